@@ -16,10 +16,11 @@ foreach(module ${CORVANE_MODULES})
     target_sources(corvane_shared PRIVATE $<TARGET_OBJECTS:${module}>)
 endforeach()
 
-add_executable(corvaned ${PROJECT_SOURCE_DIR}/mdcmain/main.cpp)
-target_link_libraries(corvaned PRIVATE corvane_static)
-target_link_options(corvaned PRIVATE ${CORVANE_STATIC_RUNTIME})
-
-install(TARGETS corvaned RUNTIME DESTINATION bin)
+if(EXISTS ${PROJECT_SOURCE_DIR}/mdcmain/main.cpp)
+    add_executable(corvaned ${PROJECT_SOURCE_DIR}/mdcmain/main.cpp)
+    target_link_libraries(corvaned PRIVATE corvane_static)
+    target_link_options(corvaned PRIVATE ${CORVANE_STATIC_RUNTIME})
+    install(TARGETS corvaned RUNTIME DESTINATION bin)
+endif()
 # Other programs link from sdk: the daemon takes every library in lib for a plug-in.
 install(TARGETS corvane_shared corvane_static LIBRARY DESTINATION sdk ARCHIVE DESTINATION sdk)

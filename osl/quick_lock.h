@@ -12,7 +12,14 @@
 extern "C" {
 #endif
 
-typedef struct QuickLock {
+/* Lets clang prove which lock guards what (osl/lock_guard.hpp). */
+#if defined(__clang__) && defined(__cplusplus)
+#define CORVANE_CAPABILITY(name) __attribute__((capability(name)))
+#else
+#define CORVANE_CAPABILITY(name)
+#endif
+
+typedef struct CORVANE_CAPABILITY("quick lock") QuickLock {
     uint8_t reserved[48]; /*  0: the caller's; never touched here */
     sem_t semaphore;      /* 48: not shared between processes */
 } QuickLock;
