@@ -21,6 +21,7 @@ if(EXISTS ${PROJECT_SOURCE_DIR}/mdcmain/main.cpp)
     target_link_libraries(corvaned PRIVATE corvane_static)
     target_link_options(corvaned PRIVATE ${CORVANE_STATIC_RUNTIME})
     install(TARGETS corvaned RUNTIME DESTINATION bin COMPONENT corvane)
+endif()
 # Other programs link from sdk: the daemon takes every library in lib for a plug-in.
 install(TARGETS corvane_shared corvane_static
     LIBRARY DESTINATION sdk COMPONENT libcorvane-dev ARCHIVE DESTINATION sdk COMPONENT libcorvane-dev)
