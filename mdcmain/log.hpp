@@ -1,5 +1,5 @@
-// What our own code needs of the log beyond log.h: traces that cost one compare when nobody would see
-// them, and operator messages by number.
+// What our own code needs of the log beyond log.h: traces that cost one compare when nobody would
+// see them, and operator messages by number.
 #ifndef CORVANE_MDCMAIN_LOG_HPP
 #define CORVANE_MDCMAIN_LOG_HPP
 
@@ -10,8 +10,8 @@
 
 namespace corvane {
 
-// One slot of debug output. The daemon's own handlers name the word and the band in which they write,
-// so that a line outside the band is never formatted; any other handler takes every line.
+// One slot of debug output. The daemon's own handlers name the word and the band in which they
+// write, so that a line outside the band is never formatted; any other handler takes every line.
 struct DebugSlot {
     DbgStringHandler handler = nullptr;
     const std::int32_t* level = nullptr;  // null: the handler wants everything
@@ -32,7 +32,10 @@ extern DebugSlot g_print_slot;    // print
 extern DebugSlot g_warning_slot;  // warning
 
 // True when a trace line would reach somebody: guard dumps and costly arguments with it.
-[[nodiscard]] inline bool trace_wanted() noexcept { return g_trace_slot.wanted(); }
+[[nodiscard]] inline bool trace_wanted() noexcept
+{
+    return g_trace_slot.wanted();
+}
 
 // The text of message `number` of set 2 of the daemon's catalogue; never null, not to be freed. A
 // message that is nowhere reads "Error not defined\n".
@@ -41,8 +44,8 @@ extern DebugSlot g_warning_slot;  // warning
 }  // namespace corvane
 
 // A trace line that is neither formatted nor called for when nobody listens.
-#define CORVANE_TRACE(...)                                       \
-    do {                                                         \
+#define CORVANE_TRACE(...)                                         \
+    do {                                                           \
         if (::corvane::trace_wanted()) corvane_trace(__VA_ARGS__); \
     } while (false)
 

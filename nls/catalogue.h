@@ -13,7 +13,11 @@ extern "C" {
 
 /* An open catalogue; VOR_NO_CATALOGUE stands for none, null for a file that is no catalogue. */
 typedef struct vor_catalogue* vor_cat_t;
+#ifdef __cplusplus
+#define VOR_NO_CATALOGUE (reinterpret_cast<vor_cat_t>(-1))
+#else
 #define VOR_NO_CATALOGUE ((vor_cat_t)-1)
+#endif
 
 #define VOR_LOAD_ALL 2u /* flag: load every set at once and close the file */
 

@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string_view>
 
 #include "mdcmain/log.hpp"
 #include "mdcmain/segment.hpp"
+#include "osl/c_file.hpp"
 #include "osl/fsuni.h"
 #include "osl/token.h"
 
@@ -28,11 +28,6 @@ constexpr int32_t kPasswdUser = 0;
 constexpr int32_t kPasswdHome = 5;
 constexpr char kDefaultFiles[] = "/etc/samba/smb.conf:/usr/Corvane/smb.conf";
 constexpr char kHomesHeader[] = "[homes]";
-
-struct CloseFile {
-    void operator()(std::FILE* file) const noexcept { (void)std::fclose(file); }  // only read
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
 
 // The lines of a file, 1023 bytes at the most. The last byte of each is dropped as its newline,
 // whatever it is: a last line without a newline loses a byte.
@@ -105,7 +100,7 @@ SectionSearch search_sections(std::FILE* file, std::string_view share_name, char
 // The home directory of the user whose name is the share's.
 int32_t find_home(const char* share_name, char* path, bool verbose) noexcept
 {
-    const File file(std::fopen("/etc/passwd", "re"));
+    const CFile file(std::fopen("/etc/passwd", "re"));
     if (file == nullptr) return -1;
     for (LineReader lines(file.get()); lines.next();) {
         if (token_getNumTokens(lines.line(), ':') < 2) continue;
@@ -188,7 +183,7 @@ int32_t parseSmbConfFile(const char* file, const char* share_name, char* path) n
     if (verbose) sanos_log("parseSmbConfFile: Opening [%s] looking for [%s]\n", file, share_name);
     corvane::SectionSearch search;
     {
-        const corvane::File configuration(std::fopen(file, "re"));
+        const corvane::CFile configuration(std::fopen(file, "re"));
         if (configuration == nullptr) {
             sanos_log("FTX1199I Could not find samba share name failed to open %s file\n", file);
             return -1;
