@@ -1,0 +1,79 @@
+// The single-byte sets whose lower half is ASCII.
+#include <cstdint>
+
+#include "codeset/frame.hpp"
+#include "codeset/interchange.hpp"
+#include "codeset/kel_family.h"
+#include "codeset/table_image.hpp"
+
+namespace {
+
+using namespace corvane::kel;
+
+struct SbcsReader {
+    static constexpr bool kAscii = true;
+    const std::uint8_t* at;
+    const std::uint8_t* end;
+
+    SbcsReader(const kel_cs_t& cs, const std::uint8_t* from, const std::uint8_t* to) noexcept
+        : at(from), end(to), table_(cs)
+    {
+    }
+    [[nodiscard]] std::int32_t next() noexcept
+    {
+        const std::uint8_t byte = *at++;
+        if (byte < 0x80) return byte;
+        const std::uint16_t character = table_.byte_value(byte);
+        return character != kUnmapped ? character : kReplacement;
+    }
+
+private:
+    TableImage table_;
+};
+
+struct SbcsWriter {
+    static constexpr bool kAscii = true;
+    std::uint8_t* at;
+    std::uint8_t* end;
+
+    SbcsWriter(const kel_cs_t& cs, std::uint8_t* from, std::uint8_t* to) noexcept
+        : at(from), end(to), pages_(cs)
+    {
+    }
+    [[nodiscard]] bool put(std::uint32_t character) noexcept
+    {
+        *at++ = character < 0x80 ? static_cast<std::uint8_t>(character)
+                                 : pages_.byte_of(character, kReplacement);
+        return true;
+    }
+
+private:
+    BytePages pages_;
+};
+
+}  // namespace
+
+int32_t ascii_sbcs_to_ucs2_r(kel_cs_t* cs, const char** source, const char* source_end,
+                             uint16_t** destination, uint16_t* destination_end) noexcept
+{
+    return run_to<SbcsReader, UnitWriter>(cs, source, source_end, destination, destination_end);
+}
+
+int32_t ascii_sbcs_from_ucs2_r(kel_cs_t* cs, const uint16_t** source, const uint16_t* source_end,
+                               char** destination, char* destination_end) noexcept
+{
+    return run_from<UnitReader, SbcsWriter>(cs, source, source_end, destination, destination_end);
+}
+
+int32_t ascii_sbcs_to_utf8_r(kel_cs_t* cs, const char** source, const char* source_end,
+                             char** destination, char* destination_end) noexcept
+{
+    return run_to<SbcsReader, Utf8Writer>(cs, source, source_end, destination, destination_end);
+}
+
+int32_t ascii_sbcs_from_utf8_r(kel_cs_t* cs, const char** source, const char* source_end,
+                               char** destination, char* destination_end) noexcept
+{
+    return run_from<Utf8Reader<3>, SbcsWriter>(cs, source, source_end, destination,
+                                               destination_end);
+}
