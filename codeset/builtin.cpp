@@ -1,8 +1,9 @@
 // The converters of the built-in code sets: UTF-8, and the pass-through of the operating system's
 // text.
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
-#include <cstring>
+#include <type_traits>
 
 #include "codeset/frame.hpp"
 #include "codeset/interchange.hpp"

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "codeset/kel_cs.h"
 #include "codeset/kel_family.h"

@@ -3,6 +3,7 @@
 #include <langinfo.h>
 
 #include <clocale>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 

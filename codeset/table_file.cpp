@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "codeset/kel_cs.h"
 #include "codeset/table_layout.hpp"
