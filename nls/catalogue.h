@@ -1,5 +1,5 @@
-/* Message catalogues at run time: find the language's file, open it, fetch texts by number, with the
- * built-in table behind them. */
+/* Message catalogues at run time: find the language's file, open it, fetch texts by number, with
+ * the built-in table behind them. */
 #ifndef CORVANE_NLS_CATALOGUE_H
 #define CORVANE_NLS_CATALOGUE_H
 
@@ -25,20 +25,20 @@ typedef struct vor_catalogue* vor_cat_t;
 #define CORVANECAT_ENTRIES 1055
 CORVANE_API extern const char* const corvanecat[CORVANECAT_ENTRIES];
 
-/* Writes the path of the catalogue for the process's language into `path` (256 bytes of room); leaves
- * it unchanged when there is none. */
+/* Writes the path of the catalogue for the process's language into `path` (256 bytes of room);
+ * leaves it unchanged when there is none. */
 CORVANE_API void vor_getNlsPath(char* path) CORVANE_NOEXCEPT;
 
-/* Opens a catalogue, or returns the open one of the same path. VOR_NO_CATALOGUE on failure, null for a
- * file that is not a catalogue. Before other threads use catalogues. */
+/* Opens a catalogue, or returns the open one of the same path. VOR_NO_CATALOGUE on failure, null
+ * for a file that is not a catalogue. Before other threads use catalogues. */
 CORVANE_API vor_cat_t vor_catopen(const char* path, uint32_t flags) CORVANE_NOEXCEPT;
 
 /* Returns the text of a message; never null, not to be freed. Any thread. */
 CORVANE_API const char* vor_catgets(vor_cat_t catalogue, int32_t set, int32_t message,
                                     const char* default_text) CORVANE_NOEXCEPT;
 
-/* Marks a catalogue as closed; it stays cached until its slot is needed. Returns 0, or -1 for a handle
- * that is not open. */
+/* Marks a catalogue as closed; it stays cached until its slot is needed. Returns 0, or -1 for a
+ * handle that is not open. */
 CORVANE_API int32_t vor_catclose(vor_cat_t catalogue) CORVANE_NOEXCEPT;
 
 #ifdef __cplusplus

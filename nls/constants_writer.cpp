@@ -1,0 +1,75 @@
+// The header of constants: symbolic names of sets and messages for programs.
+#include <cinttypes>
+#include <cstdio>
+#include <string>
+
+#include "nls/buffered_output.hpp"
+#include "nls/catalogue_compiler.h"
+#include "nls/source_model.hpp"
+
+namespace {
+
+constexpr char kMacros[] =
+    "/* Use these Macros to compose and decompose setId's and msgId's */\n"
+    "#ifndef MCMakeId\n"
+    "# define MCMakeId(s,m)\t(unsigned long)(((unsigned short)s<<(sizeof(short)*8))\\\n"
+    "\t\t\t\t\t|(unsigned short)m)\n"
+    "# define MCSetId(id)\t(unsigned int) (id >> (sizeof(short) * 8))\n"
+    "# define MCMsgId(id)\t(unsigned int) ((id << (sizeof(short) * 8))\\\n"
+    "\t\t\t\t\t>> (sizeof(short) * 8))\n"
+    "#endif\n";
+
+std::string constant(std::int32_t type, const std::string& name, std::uint32_t value)
+{
+    char number[16];
+    switch (type) {
+        case MC_LANGUAGE_C:
+            (void)std::snprintf(number, sizeof number, "%" PRIx32, value);
+            return "#define " + name + "\t0x" + number + "\n";
+        case MC_LANGUAGE_CPP:
+        case MC_LANGUAGE_ANSI:
+            return "const long " + name + "\t= " + std::to_string(value) + ";\n";
+        default:
+            corvane::compile_error("not a recognized (programming) language type");
+    }
+}
+
+std::uint32_t message_value(const MCSetNode& set, const MCMessageNode& message,
+                            bool combined) noexcept
+{
+    const auto number = static_cast<std::uint32_t>(message.msgId);
+    if (!combined) return number;
+    return (static_cast<std::uint32_t>(set.setId) & 0xFFFFu) << 16 | (number & 0xFFFFu);
+}
+
+void write_set(corvane::BufferedOutput& out, MCSetNode& set, std::int32_t type, bool combined)
+{
+    const std::string set_name = set.constName == nullptr ? "" : set.constName;
+    if (set.constName != nullptr) {
+        out.write("\n" + constant(type, set_name + "Set", static_cast<std::uint32_t>(set.setId)));
+        corvane::drop_name(set.constName);
+    }
+    for (MCMessageNode* message = set.first; message != nullptr; message = message->next) {
+        if (message->constName == nullptr) continue;
+        out.write(
+            constant(type, set_name + message->constName, message_value(set, *message, combined)));
+        corvane::drop_name(message->constName);
+    }
+}
+
+void write_constants(int fd, std::int32_t type, bool combined)
+{
+    corvane::BufferedOutput out(fd);
+    if (combined && type >= MC_LANGUAGE_C && type <= MC_LANGUAGE_ANSI) out.write(kMacros);
+    for (MCSetNode* set = cat == nullptr ? nullptr : cat->first; set != nullptr; set = set->next) {
+        write_set(out, *set, type, combined);
+    }
+    out.flush();
+}
+
+}  // namespace
+
+void MCWriteConst(int fd, std::int32_t type, std::int32_t combined) noexcept
+{
+    corvane::compile_or_exit([&] { write_constants(fd, type, combined != 0); });
+}
