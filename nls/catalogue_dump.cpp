@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "nls/catalogue_compiler.h"
+#include "nls/compiler_core.hpp"
 #include "nls/compiler_diagnostics.hpp"
 
 namespace {
@@ -52,10 +53,14 @@ void dump_set(std::FILE* out, const MCSetNode& set) noexcept
     std::fputc('\n', out);
 }
 
+}  // namespace
+
+namespace corvane {
+
 void write_skeleton(std::FILE* out)
 {
     const MCSetNode* const source = find_set(1);
-    if (source == nullptr) corvane::compile_error("specified set doesn't exist");
+    if (source == nullptr) compile_error("specified set doesn't exist");
     const MCSetNode* const translated = find_set(2);
     const MCMessageNode* candidate = translated == nullptr ? nullptr : translated->first;
     std::fputs("$set 2\n\n", out);
@@ -70,7 +75,7 @@ void write_skeleton(std::FILE* out)
     std::fputc('\n', out);
 }
 
-}  // namespace
+}  // namespace corvane
 
 void MCDumpcat(std::FILE* out) noexcept
 {
@@ -81,5 +86,5 @@ void MCDumpcat(std::FILE* out) noexcept
 void MCTranslatecat(std::FILE* out) noexcept
 {
     require_catalogue();
-    corvane::compile_or_exit([&] { write_skeleton(out); });
+    corvane::compile_or_exit([&] { corvane::write_skeleton(out); });
 }

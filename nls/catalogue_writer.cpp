@@ -5,6 +5,7 @@
 #include "nls/buffered_output.hpp"
 #include "nls/catalogue_compiler.h"
 #include "nls/catalogue_format.h"
+#include "nls/compiler_core.hpp"
 
 namespace {
 
@@ -60,9 +61,13 @@ void write_messages(corvane::BufferedOutput& out, const MCSetNode& set)
     }
 }
 
-void write_catalogue(int fd)
+}  // namespace
+
+namespace corvane {
+
+void write_compiled(int fd)
 {
-    corvane::BufferedOutput out(fd);
+    BufferedOutput out(fd);
     MCHeaderT header = {};
     std::memcpy(header.magic, MC_MAGIC, MC_MAGIC_BYTES);
     header.majorVer = MC_MAJOR_VERSION;
@@ -82,9 +87,9 @@ void write_catalogue(int fd)
     out.flush();
 }
 
-}  // namespace
+}  // namespace corvane
 
 void MCWriteCat(int fd) noexcept
 {
-    corvane::compile_or_exit([&] { write_catalogue(fd); });
+    corvane::compile_or_exit([&] { corvane::write_compiled(fd); });
 }

@@ -4,9 +4,9 @@
 
 #include "nls/catalogue_compiler.h"
 #include "nls/catalogue_file.hpp"
+#include "nls/compiler_core.hpp"
 #include "nls/compiler_diagnostics.hpp"
 #include "nls/source_model.hpp"
-#include "nls/source_parser.hpp"
 
 namespace {
 

@@ -5,6 +5,7 @@
 
 #include "nls/buffered_output.hpp"
 #include "nls/catalogue_compiler.h"
+#include "nls/compiler_core.hpp"
 #include "nls/source_model.hpp"
 
 namespace {
@@ -57,9 +58,13 @@ void write_set(corvane::BufferedOutput& out, MCSetNode& set, std::int32_t type, 
     }
 }
 
+}  // namespace
+
+namespace corvane {
+
 void write_constants(int fd, std::int32_t type, bool combined)
 {
-    corvane::BufferedOutput out(fd);
+    BufferedOutput out(fd);
     if (combined && type >= MC_LANGUAGE_C && type <= MC_LANGUAGE_ANSI) out.write(kMacros);
     for (MCSetNode* set = cat == nullptr ? nullptr : cat->first; set != nullptr; set = set->next) {
         write_set(out, *set, type, combined);
@@ -67,9 +72,9 @@ void write_constants(int fd, std::int32_t type, bool combined)
     out.flush();
 }
 
-}  // namespace
+}  // namespace corvane
 
 void MCWriteConst(int fd, std::int32_t type, std::int32_t combined) noexcept
 {
-    corvane::compile_or_exit([&] { write_constants(fd, type, combined != 0); });
+    corvane::compile_or_exit([&] { corvane::write_constants(fd, type, combined != 0); });
 }

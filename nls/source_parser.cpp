@@ -7,10 +7,10 @@
 #include <string>
 
 #include "nls/catalogue_compiler.h"
+#include "nls/compiler_core.hpp"
 #include "nls/compiler_diagnostics.hpp"
 #include "nls/source_line.hpp"
 #include "nls/source_model.hpp"
-#include "nls/source_parser.hpp"
 
 namespace {
 
