@@ -1,4 +1,5 @@
-// An exchange with retries: the same request again until the reply that carries its identifier comes.
+// An exchange with retries: the same request again until the reply that carries its identifier
+// comes.
 #include "lan/client.h"
 
 #include <cstddef>
@@ -22,7 +23,8 @@ constexpr std::int32_t kDefaultAttempts = 5;
 constexpr std::uint32_t kIdentifierEnd_bytes =
     offsetof(LanHeader, messageID) + sizeof(LanHeader::messageID);
 
-// One attempt: an empty reply buffer, the exchange, and the test that the answer is to this request.
+// One attempt: an empty reply buffer, the exchange, and the test that the answer is to this
+// request.
 std::uint32_t attempt_exchange(const char* host, std::uint16_t port, const void* request,
                                void* reply, std::uint32_t& reply_length_bytes,
                                std::int32_t timeout_s) noexcept

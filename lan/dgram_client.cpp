@@ -43,8 +43,8 @@ private:
     timespec left_;
 };
 
-// Waits until the socket is readable. Returns 0, 1103 or 1106. The traces name select, which this once
-// was; poll does the same for descriptors of any number.
+// Waits until the socket is readable. Returns 0, 1103 or 1106. The traces name select, which this
+// once was; poll does the same for descriptors of any number.
 std::uint32_t await_answer(std::int32_t socket, std::int32_t timeout_s) noexcept
 {
     TimeLimit limit(timeout_s);

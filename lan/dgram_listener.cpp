@@ -19,8 +19,8 @@ namespace {
 
 constexpr std::size_t kBuffer_bytes = 65536;  // any UDP datagram
 
-// One listener's buffer. Behind the datagram it reads as zeros: a handler that looks past the end of a
-// short request must not see an earlier one, which may have been another client's.
+// One listener's buffer. Behind the datagram it reads as zeros: a handler that looks past the end
+// of a short request must not see an earlier one, which may have been another client's.
 class ReceiveBuffer {
 public:
     ReceiveBuffer() noexcept
@@ -35,8 +35,8 @@ public:
     {
         sender = {};
         socklen_t sender_bytes = sizeof sender;
-        const ssize_t received = recvfrom(socket, bytes_.get(), kBuffer_bytes, 0,
-                                          as_sockaddr(sender), &sender_bytes);
+        const ssize_t received =
+            recvfrom(socket, bytes_.get(), kBuffer_bytes, 0, as_sockaddr(sender), &sender_bytes);
         if (received >= 0) clear_behind(static_cast<std::size_t>(received));
         return received;
     }
@@ -109,6 +109,7 @@ std::uint32_t DGRAM_BindListener(std::uint16_t port, DgramHandler handler, void*
     listener->handler = handler;
     listener->argument = argument;
     listener->port = port;
+    if (thread_count <= 0) return 0;  // the socket stays bound; nobody reads the record
     DgramListener* const shared = listener.release();  // the threads' for as long as we run
     for (std::int32_t i = 0; i < thread_count; ++i) {
         (void)OSL_CreateThread(PrimaryListener, shared);  // fewer threads still serve the port

@@ -20,11 +20,16 @@ constexpr std::size_t kWork_bytes = 1024;
 const char* resolver_error_text(int resolver_error) noexcept
 {
     switch (resolver_error) {
-        case HOST_NOT_FOUND: return "HOST_NOT_FOUND: Authoritive Answer Host not found";
-        case TRY_AGAIN: return "TRY_AGAIN: Non-Authoritive Host not found, or SERVERFAIL";
-        case NO_RECOVERY: return "NO_RECOVERY: Non recoverable errors, FORMERR, REFUSED, NOTIMP";
-        case NO_DATA: return "NO_DATA: Valid name, no data record of requested type";
-        default: return "UNDEFINED error for gethostbyname";
+        case HOST_NOT_FOUND:
+            return "HOST_NOT_FOUND: Authoritive Answer Host not found";
+        case TRY_AGAIN:
+            return "TRY_AGAIN: Non-Authoritive Host not found, or SERVERFAIL";
+        case NO_RECOVERY:
+            return "NO_RECOVERY: Non recoverable errors, FORMERR, REFUSED, NOTIMP";
+        case NO_DATA:
+            return "NO_DATA: Valid name, no data record of requested type";
+        default:
+            return "UNDEFINED error for gethostbyname";
     }
 }
 
@@ -41,8 +46,7 @@ Outcome ask(const char* host, hostent& entry, char* work, const HostLookup& look
     while (outcome.retries < kAttempts) {
         hostent* found = nullptr;
         int resolver_error = 0;
-        outcome.remembered =
-            lookup.find(host, &entry, work, kWork_bytes, &found, &resolver_error);
+        outcome.remembered = lookup.find(host, &entry, work, kWork_bytes, &found, &resolver_error);
         if (outcome.remembered == 0) {
             outcome.found = found;
             break;

@@ -17,7 +17,8 @@ struct HostLookup {
     void (*pause)(std::uint32_t milliseconds);
 };
 
-// DGRAM_GetHostByName with a look-up of the caller's choice. Returns 0 and completes `address`, or -1.
+// DGRAM_GetHostByName with a look-up of the caller's choice. Returns 0 and completes `address`, or
+// -1.
 [[nodiscard]] std::int32_t resolve_host(const char* host, sockaddr_in& address,
                                         const HostLookup& lookup) noexcept;
 

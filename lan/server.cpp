@@ -21,8 +21,8 @@ namespace {
 
 constexpr std::size_t kHeader_bytes = sizeof(LanHeader);
 
-// One received message. Its header is worked on in a block of its own, which is whole however short the
-// datagram was; the caller's bytes follow it.
+// One received message. Its header is worked on in a block of its own, which is whole however short
+// the datagram was; the caller's bytes follow it.
 class Received {
 public:
     Received(void* message, std::uint32_t length_bytes) noexcept
@@ -66,15 +66,15 @@ private:
     alignas(LanHeader) std::array<std::byte, kHeader_bytes> header_{};
 };
 
-// What is known of a request: nothing yet (new), that it was answered before (`reply` is the stored answer),
-// or that it is to be passed over in silence, its first copy still being at work.
+// What is known of a request: nothing yet (new), that it was answered before (`reply` is the stored
+// answer), or that it is to be passed over in silence, its first copy still being at work.
 struct Earlier {
     enum { kNew, kAnswered, kInProcess } state = kNew;
     void* reply = nullptr;
 };
 
-// Looks for an earlier copy of the request and lists it as in process if there is none: in one hold of
-// the lock, so that of two copies that arrive together only one is executed.
+// Looks for an earlier copy of the request and lists it as in process if there is none: in one hold
+// of the lock, so that of two copies that arrive together only one is executed.
 Earlier look_up_or_register(LanServer& server, const DgramReplyAddr* sender,
                             const void* header) noexcept
 {
@@ -126,7 +126,8 @@ std::uint32_t LAN_InitServer(LanServer** server) noexcept
     } else {
         CORVANE_TRACE("Tracking messages for duplicate detection is DISABLED.\n");
     }
-    *server = static_cast<LanServer*>(OSL_Calloc(sizeof(LanServer), corvane::allocation_tag("dcba")));
+    *server =
+        static_cast<LanServer*>(OSL_Calloc(sizeof(LanServer), corvane::allocation_tag("dcba")));
     if (*server == nullptr) return corvane::kOutOfMemory;
     // A semaphore of this process with the value 1 cannot be refused.
     (void)OSL_QuickLockCreate(&(*server)->lock, nullptr, 0xabcd);

@@ -26,8 +26,8 @@ using corvane::store_shared;
 using corvane::TrackerList;
 using corvane::TrackerPtr;
 
-// The longest payload of an IPv4 datagram. A reply that calls itself longer cannot be sent, and what it
-// says of itself is not to be believed.
+// The longest payload of an IPv4 datagram. A reply that calls itself longer cannot be sent, and
+// what it says of itself is not to be believed.
 constexpr std::uint32_t kLongestMessage_bytes = 65507;
 
 void* copy_of(const void* bytes, std::size_t size_bytes) noexcept
@@ -76,7 +76,8 @@ void* LAN_MakeMessageCopy(const void* message) noexcept
     if (message == nullptr) return nullptr;
     const std::uint32_t length_bytes = corvane::load<LanHeader>(message).length;
     if (length_bytes > kLongestMessage_bytes) return nullptr;
-    // Never less than a header, however short the message says it is: a copy's length is read again.
+    // Never less than a header, however short the message says it is: a copy's length is read
+    // again.
     return copy_of(message, std::max<std::size_t>(length_bytes, sizeof(LanHeader)));
 }
 

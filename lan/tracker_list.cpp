@@ -21,8 +21,7 @@ static_assert(sizeof(Identifier) == sizeof(LanHeader::messageID));
 
 Identifier identifier_of(const void* header) noexcept
 {
-    return load<Identifier>(static_cast<const std::byte*>(header) +
-                            offsetof(LanHeader, messageID));
+    return load<Identifier>(static_cast<const std::byte*>(header) + offsetof(LanHeader, messageID));
 }
 
 std::uint64_t hash_of(const Identifier& identifier, std::uint64_t seed) noexcept
@@ -141,8 +140,8 @@ bool wants_tracking(const void* header) noexcept
 
 TrackerPtr new_tracker(const RequestId& id) noexcept
 {
-    TrackerPtr entry(static_cast<LanTracker*>(
-        OSL_Calloc(sizeof(TrackedRequest), allocation_tag("rcrt"))));
+    TrackerPtr entry(
+        static_cast<LanTracker*>(OSL_Calloc(sizeof(TrackedRequest), allocation_tag("rcrt"))));
     if (!entry) return nullptr;
     entry->header = LAN_MakeHeaderCopy(id.header);
     if (entry->header == nullptr) return nullptr;
@@ -152,8 +151,8 @@ TrackerPtr new_tracker(const RequestId& id) noexcept
 
 void TrackerList::create_index(LanServer& server) noexcept
 {
-    osl_ptr<TrackerIndex> index(static_cast<TrackerIndex*>(
-        OSL_Calloc(sizeof(TrackerIndex), allocation_tag("rcrt"))));
+    osl_ptr<TrackerIndex> index(
+        static_cast<TrackerIndex*>(OSL_Calloc(sizeof(TrackerIndex), allocation_tag("rcrt"))));
     if (!index) return;
     index->buckets = new_buckets(kFirstBuckets);
     if (index->buckets == nullptr) return;
@@ -164,16 +163,23 @@ void TrackerList::create_index(LanServer& server) noexcept
     server.index = index.release();
 }
 
-// The index, as long as it describes the list. Other programs may link entries of their own: from then
-// on the list is walked.
+void TrackerList::drop_index(LanServer& server) noexcept
+{
+    auto* const index = static_cast<TrackerIndex*>(server.index);
+    if (index == nullptr) return;
+    OSL_Free(index->buckets);
+    OSL_Free(index);
+    server.index = nullptr;
+}
+
+// The index, as long as it describes the list. Other programs may link entries of their own: from
+// then on the list is walked.
 TrackerIndex* TrackerList::index() const noexcept
 {
     auto* const index = static_cast<TrackerIndex*>(server_.index);
     if (index == nullptr) return nullptr;
     if (index->first == server_.head.next && index->last == server_.head.prev) return index;
-    OSL_Free(index->buckets);
-    OSL_Free(index);
-    server_.index = nullptr;
+    drop_index(server_);
     return nullptr;
 }
 

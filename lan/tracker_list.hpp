@@ -26,7 +26,8 @@ struct FreeTracker {
 };
 using TrackerPtr = std::unique_ptr<LanTracker, FreeTracker>;
 
-// What identifies a request: the message's identifier and its sender. Points into the caller's bytes.
+// What identifies a request: the message's identifier and its sender. Points into the caller's
+// bytes.
 struct RequestId {
     const void* header;       // 48 bytes
     const void* comm_cookie;  // 16 bytes
@@ -38,8 +39,8 @@ struct RequestId {
 // An entry for a request that begins, not listed yet; null when memory is short. No lock is needed.
 [[nodiscard]] TrackerPtr new_tracker(const RequestId& id) noexcept;
 
-// The server's own part: hash buckets by message identifier, and the chain of complete entries, both
-// oldest first. It describes the list as long as only this module changed it.
+// The server's own part: hash buckets by message identifier, and the chain of complete entries,
+// both oldest first. It describes the list as long as only this module changed it.
 struct TrackerIndex {
     LanTracker* first;  // the list's ends when it was last changed here
     LanTracker* last;
@@ -62,6 +63,9 @@ public:
 
     // Gives a new, empty server its index. Without memory for it the list is walked instead.
     static void create_index(LanServer& server) noexcept;
+
+    // Frees the index: from then on the list is walked.
+    static void drop_index(LanServer& server) noexcept;
 
     // The oldest entry of this message and sender, or null.
     [[nodiscard]] LanTracker* find(const RequestId& id, OtherSenders others) const noexcept;
