@@ -18,8 +18,7 @@ CORVANE_API uint32_t LAN_InitClient(void) CORVANE_NOEXCEPT;
 
 /* LAN_SendAndReceiveWithTimeout with 10 seconds and 5 attempts. */
 CORVANE_API uint32_t LAN_SendAndReceive(const char* host, int32_t port, const void* request,
-                                        void* reply,
-                                        uint32_t* reply_length_bytes) CORVANE_NOEXCEPT;
+                                        void* reply, uint32_t* reply_length_bytes) CORVANE_NOEXCEPT;
 
 /* Sends `request` (its header filled in: `length` bytes are sent) and waits for its reply, at least
  * once and at most `attempts` times, `timeout_s` seconds each. `port`: its low 16 bits count.

@@ -1,5 +1,5 @@
-/* UDP under the LAN messages: listener threads on one socket, replies from it, and one exchange of a
- * client. Any thread may call any function. */
+/* UDP under the LAN messages: listener threads on one socket, replies from it, and one exchange of
+ * a client. Any thread may call any function. */
 #ifndef CORVANE_LAN_DGRAM_H
 #define CORVANE_LAN_DGRAM_H
 
@@ -13,13 +13,13 @@ extern "C" {
 #endif
 
 /* Result codes of the transport (0 is success; 6 and 408 belong to fsmdc/fs_result.h). */
-#define DGRAM_E_NO_SOCKET 1100u    /* the socket could not be created */
-#define DGRAM_E_NO_HOST 1101u      /* the host name could not be resolved */
-#define DGRAM_E_SEND 1102u         /* the request could not be sent */
-#define DGRAM_E_RECEIVE 1103u      /* waiting for or receiving the answer failed */
-#define DGRAM_E_BIND 1104u         /* the port could not be bound */
-#define DGRAM_E_SHORT_REPLY 1105u  /* an answer was sent incompletely */
-#define DGRAM_E_TIMEOUT 1106u      /* no answer within the time limit */
+#define DGRAM_E_NO_SOCKET 1100u   /* the socket could not be created */
+#define DGRAM_E_NO_HOST 1101u     /* the host name could not be resolved */
+#define DGRAM_E_SEND 1102u        /* the request could not be sent */
+#define DGRAM_E_RECEIVE 1103u     /* waiting for or receiving the answer failed */
+#define DGRAM_E_BIND 1104u        /* the port could not be bound */
+#define DGRAM_E_SHORT_REPLY 1105u /* an answer was sent incompletely */
+#define DGRAM_E_TIMEOUT 1106u     /* no answer within the time limit */
 
 /* Where a datagram came from and where its answer goes. Its first 16 bytes are the communication
  * cookie that tells senders apart, so the layout is fixed. */
@@ -29,8 +29,8 @@ typedef struct DgramReplyAddr {
 } DgramReplyAddr;
 
 /* Called for each datagram, on the listener's thread: its bytes, their number, its sender, and the
- * argument given with the handler. The bytes are the listener's and lie in a buffer of 65,536; behind
- * the datagram it reads as zeros. The result is ignored. */
+ * argument given with the handler. The bytes are the listener's and lie in a buffer of 65,536;
+ * behind the datagram it reads as zeros. The result is ignored. */
 typedef int32_t (*DgramHandler)(void* message, int32_t length_bytes, DgramReplyAddr* sender,
                                 void* argument);
 
@@ -68,10 +68,10 @@ CORVANE_API void* PrimaryListener(void* listener) CORVANE_NOEXCEPT;
 CORVANE_API uint32_t DGRAM_SendReply(const DgramReplyAddr* sender, const void* reply,
                                      uint32_t length_bytes) CORVANE_NOEXCEPT;
 
-/* Sends a request from a socket of its own and waits for one answer, `timeout_s` seconds at the most.
- * `reply_length_bytes`: in the room of `reply`, out the bytes received. Without a reply buffer, a
- * length or room it only sends. An answer that fills the room is too long (6). Returns 0, 6, 1100,
- * 1101, 1102, 1103 or 1106. */
+/* Sends a request from a socket of its own and waits for one answer, `timeout_s` seconds at the
+ * most. `reply_length_bytes`: in the room of `reply`, out the bytes received. Without a reply
+ * buffer, a length or room it only sends. An answer that fills the room is too long (6). Returns 0,
+ * 6, 1100, 1101, 1102, 1103 or 1106. */
 CORVANE_API uint32_t DGRAM_SendAndReceive(const char* host, uint16_t port, const void* request,
                                           uint32_t request_length_bytes, void* reply,
                                           uint32_t* reply_length_bytes,

@@ -29,7 +29,8 @@ typedef struct LanHeader {
 CORVANE_API void LANSUP_DumpLanHeader(const void* header) CORVANE_NOEXCEPT;
 
 /* Turns the swapped fields of a foreign header into host order, in place, at any address; a header
- * whose marker reads 1 stays as it is. The marker itself never changes: call it once. Any thread. */
+ * whose marker reads 1 stays as it is. The marker itself never changes: call it once. Any thread.
+ */
 CORVANE_API void LANSUP_TransLanHeader(void* header) CORVANE_NOEXCEPT;
 
 #ifdef __cplusplus

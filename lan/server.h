@@ -16,8 +16,8 @@ extern "C" {
 #define LAN_FUNCTION_CODES 100
 
 /* Answers one request (header in host order, body as received) with a message that the caller frees
- * with OSL_Free, or null for no answer. Called on several threads at once, without a lock. The request
- * reads as zeros from its end up to LAN_REQUEST_ROOM bytes. */
+ * with OSL_Free, or null for no answer. Called on several threads at once, without a lock. The
+ * request reads as zeros from its end up to LAN_REQUEST_ROOM bytes. */
 typedef void* (*LanHandler)(void* request, const DgramReplyAddr* sender);
 
 /* A handler may read this much of a request, however short the datagram was. */
@@ -36,24 +36,25 @@ typedef int32_t (*LanCompareAddresses)(const DgramReplyAddr* a, const DgramReply
 
 /* One server. */
 typedef struct LanServer {
-    LanTracker head;          /* circular, oldest first from head.next */
-    QuickLock lock;           /* guards the list, its index and `completed` */
-    uint32_t completed;       /* entries that hold a reply */
+    LanTracker head;    /* circular, oldest first from head.next */
+    QuickLock lock;     /* guards the list, its index and `completed` */
+    uint32_t completed; /* entries that hold a reply */
     LanHandler handlers[LAN_FUNCTION_CODES];
     LanCompareAddresses compare_addresses; /* kept for other programs; not called here */
-    void* index;              /* the server's own */
+    void* index; /* finds entries without a walk; the server's own, may be null */
 } LanServer;
 
-CORVANE_API extern int32_t TrackMessages;     /* not 0: track (TRACK_MESSAGES) */
-CORVANE_API extern int32_t MaxTrack;          /* complete entries kept (MAX_TRACKED_MESSAGES) */
-CORVANE_API extern int32_t numDupsRepliedTo;  /* duplicates answered from a stored reply */
-CORVANE_API extern int32_t numDupsDropped;    /* duplicates dropped while the first one ran */
+CORVANE_API extern int32_t TrackMessages;    /* not 0: track (TRACK_MESSAGES) */
+CORVANE_API extern int32_t MaxTrack;         /* complete entries kept (MAX_TRACKED_MESSAGES) */
+CORVANE_API extern int32_t numDupsRepliedTo; /* duplicates answered from a stored reply */
+CORVANE_API extern int32_t numDupsDropped;   /* duplicates dropped while the first one ran */
 
-/* Reads the two settings from the environment and stores a new server. Returns 0. */
+/* Reads the two settings from the environment and stores a new server, which lives as long as the
+ * process. Returns 0; 5 and a null server when memory is short. */
 CORVANE_API uint32_t LAN_InitServer(LanServer** server) CORVANE_NOEXCEPT;
 
-/* Sets the handler of a function code, replacing an earlier one. Returns 0, or 1 for a code outside 0
- * to 99. Before requests arrive. */
+/* Sets the handler of a function code, replacing an earlier one. Returns 0, or 1 for a code outside
+ * 0 to 99. Before requests arrive. */
 CORVANE_API uint32_t LAN_RegisterMessageHandler(LanServer* server, int32_t function_code,
                                                 LanHandler handler) CORVANE_NOEXCEPT;
 
@@ -68,18 +69,20 @@ CORVANE_API void LAN_DumpInfo(void) CORVANE_NOEXCEPT;
 /* Traces the header of every listed request. */
 CORVANE_API void DumpTrackerList(uint32_t ignored, const LanServer* server) CORVANE_NOEXCEPT;
 
-/* Returns the decimal value (atoi) of an environment variable, or `default_value` when it is unset. */
+/* Returns the decimal value (atoi) of an environment variable, or `default_value` when it is unset.
+ */
 CORVANE_API int32_t getEnvInt(const char* name, int32_t default_value) CORVANE_NOEXCEPT;
 
-/* Turns the header into host order, in place. Returns null, or the reply (result 6) to a message whose
- * length field is below 48. */
+/* Turns the header into host order, in place. Returns null, or the reply (result 6) to a message
+ * whose length field is below 48. */
 CORVANE_API void* ValidateHeader(void* message) CORVANE_NOEXCEPT;
 
-/* Returns a new 48-byte reply with `result`, its marker as the request's; null when memory is short. */
+/* Returns a new 48-byte reply with `result`, its marker as the request's; null when memory is
+ * short. */
 CORVANE_API void* BuildReply(const void* request, int32_t result) CORVANE_NOEXCEPT;
 
-/* Looks for a tracked copy of `message` from the sender `comm_cookie` (16 bytes). Stores 1 or 0 into
- * `is_duplicate`. Returns a copy of the stored reply, or null. The caller holds the lock. */
+/* Looks for a tracked copy of `message` from the sender `comm_cookie` (16 bytes). Stores 1 or 0
+ * into `is_duplicate`. Returns a copy of the stored reply, or null. The caller holds the lock. */
 CORVANE_API void* LAN_HandleDuplicate(LanServer* server, const void* comm_cookie,
                                       const void* message, int32_t* is_duplicate) CORVANE_NOEXCEPT;
 
@@ -94,13 +97,13 @@ CORVANE_API void LAN_RegisterComplete(LanServer* server, const void* comm_cookie
 /* Drops the oldest complete entries once there are more than MaxTrack. Takes the lock. */
 CORVANE_API void PurgeTrackerList(LanServer* server) CORVANE_NOEXCEPT;
 
-/* Returns 1 when an entry has this message's identifier and this sender, else 0. The caller holds the
- * lock. */
+/* Returns 1 when an entry has this message's identifier and this sender, else 0. The caller holds
+ * the lock. */
 CORVANE_API int32_t HeaderInList(const LanServer* server, const void* comm_cookie,
                                  const void* message) CORVANE_NOEXCEPT;
 
-/* Return new copies (free with OSL_Free): 48 bytes of a header, `length` bytes of a message. Null for
- * null, and when memory is short. */
+/* Return new copies (free with OSL_Free): 48 bytes of a header, `length` bytes of a message. Null
+ * for null, and when memory is short. */
 CORVANE_API void* LAN_MakeHeaderCopy(const void* header) CORVANE_NOEXCEPT;
 CORVANE_API void* LAN_MakeMessageCopy(const void* message) CORVANE_NOEXCEPT;
 
