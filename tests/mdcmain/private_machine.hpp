@@ -19,6 +19,7 @@
 #include <sstream>
 #include <string>
 
+#include "nls/catalogue_compiler.h"
 #include "tests/harness/namespaces.hpp"
 
 namespace corvane::test {
@@ -69,6 +70,18 @@ inline std::string read_file(const std::string& path)
     return text.str();
 }
 
+// Compiles `messages` ("number text" lines of set 2) into a catalogue.
+inline void write_catalogue(const std::string& path, const std::string& messages)
+{
+    write_file("/tmp/messages", "$set 2\n" + messages);
+    write_file(path, "");
+    const int status = status_of_child([&path] {
+        MCParse(open("/tmp/messages", O_RDONLY));
+        MCWriteCat(open(path.c_str(), O_WRONLY));
+    });
+    if (status != kPassed) throw std::runtime_error("cannot compile " + path);
+}
+
 // Enters a private machine and runs `body` there as its first process. Ends this process.
 [[noreturn]] inline void live_in_machine(const std::function<void()>& body)
 {
@@ -85,7 +98,7 @@ inline std::string read_file(const std::string& path)
               "LC_TIME", "LC_NUMERIC", "LC_MONETARY", "LC_MESSAGES", "LANG"}) {
             unsetenv(name);
         }
-        write_file(kCatalogue, "only looked for");
+        write_catalogue(kCatalogue, "1 the only text\\n\n");
         body();
     }));
 }
@@ -106,35 +119,21 @@ inline unsigned permissions_of(const std::string& path)
     return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0U;
 }
 
-// Sends standard output into a file while it lives.
-class OutputCapture {
-public:
-    OutputCapture() : saved_(dup(STDOUT_FILENO))
-    {
-        std::fflush(stdout);
-        const int file = open(kPath, O_RDWR | O_CREAT | O_TRUNC, 0600);
-        dup2(file, STDOUT_FILENO);
-        close(file);
-    }
-    ~OutputCapture()
-    {
-        std::fflush(stdout);
-        dup2(saved_, STDOUT_FILENO);
-        close(saved_);
-    }
-    OutputCapture(const OutputCapture&) = delete;
-    OutputCapture& operator=(const OutputCapture&) = delete;
-
-    [[nodiscard]] std::string text() const
-    {
-        std::fflush(stdout);
-        return read_file(kPath);
-    }
-
-private:
-    static constexpr const char* kPath = "/tmp/captured_output";
-    int saved_;
-};
+// What `body` and its children write to standard output, the messages of a failing check included.
+inline std::string output_of(const std::function<void()>& body)
+{
+    constexpr char kPath[] = "/tmp/captured_output";
+    std::fflush(stdout);
+    const int saved = dup(STDOUT_FILENO);
+    const int file = open(kPath, O_RDWR | O_CREAT | O_TRUNC, 0600);
+    dup2(file, STDOUT_FILENO);
+    close(file);
+    body();
+    std::fflush(stdout);
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    return read_file(kPath);
+}
 
 }  // namespace corvane::test
 
