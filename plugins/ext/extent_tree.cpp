@@ -1,0 +1,149 @@
+// Edits extent trees through libext2fs, leaving them whole when a step finds no room.
+#include "plugins/ext/extent_tree.hpp"
+
+#include <algorithm>
+
+namespace corvane::ext {
+namespace {
+
+constexpr int kReplace = -1;
+constexpr int kInsertBefore = 0;
+constexpr int kInsertAfter = EXT2_EXTENT_INSERT_AFTER;
+
+Run to_run(const ext2fs_extent& extent)
+{
+    return {extent.e_lblk, extent.e_pblk, extent.e_len,
+            (extent.e_flags & EXT2_EXTENT_FLAGS_UNINIT) != 0};
+}
+
+Run part_of(const Run& run, std::uint64_t first, std::uint64_t end, bool is_unwritten)
+{
+    return {first, run.physical + (first - run.logical), end - first, is_unwritten};
+}
+
+bool can_join(const Run& left, const Run& right)
+{
+    return left.end() == right.logical && left.physical + left.count == right.physical &&
+           left.is_unwritten == right.is_unwritten &&
+           left.count + right.count <= kExtentLimit_blocks;
+}
+
+}  // namespace
+
+ExtentTree::ExtentTree(ext2_filsys fs, ext2_ino_t inode_number, ext2_inode& inode)
+{
+    ext2_extent_handle_t opened = nullptr;
+    open_error_ = ext2fs_extent_open2(fs, inode_number, &inode, &opened);
+    handle_.reset(opened);
+}
+
+errcode_t ExtentTree::put(const Run& run, int how)
+{
+    ext2fs_extent extent{};
+    extent.e_lblk = run.logical;
+    extent.e_pblk = run.physical;
+    extent.e_len = static_cast<__u32>(run.count);
+    extent.e_flags = EXT2_EXTENT_FLAGS_LEAF | (run.is_unwritten ? EXT2_EXTENT_FLAGS_UNINIT : 0U);
+    if (how == kReplace) return ext2fs_extent_replace(handle_.get(), 0, &extent);
+    if (errcode_t error = ext2fs_extent_insert(handle_.get(), how, &extent)) return error;
+    return ext2fs_extent_fix_parents(handle_.get());
+}
+
+errcode_t ExtentTree::insert(const Run& run)
+{
+    if (open_error_ != 0) return open_error_;
+    const errcode_t found = ext2fs_extent_goto(handle_.get(), run.logical);
+    if (found == 0) return EXT2_ET_EXTENT_INVALID_LENGTH;  // not a hole: the caller is wrong
+    if (found != EXT2_ET_EXTENT_NOT_FOUND) return found;
+    ext2fs_extent current{};
+    const errcode_t error = ext2fs_extent_get(handle_.get(), EXT2_EXTENT_CURRENT, &current);
+    if (error == EXT2_ET_NO_CURRENT_NODE) return put(run, kInsertBefore);
+    if (error != 0) return error;
+    if (run.logical < current.e_lblk) return put(run, kInsertBefore);
+    const Run left = to_run(current);
+    if (!can_join(left, run)) return put(run, kInsertAfter);
+    return put({left.logical, left.physical, left.count + run.count, left.is_unwritten}, kReplace);
+}
+
+errcode_t ExtentTree::make_written(std::uint64_t first, std::uint64_t end, std::uint64_t& done_end)
+{
+    done_end = first;
+    if (open_error_ != 0) return open_error_;
+    while (done_end < end) {
+        Run extent;
+        if (errcode_t error = read_extent_at(done_end, extent)) return error;
+        const std::uint64_t stop = std::min(end, extent.end());
+        if (extent.is_unwritten) {
+            if (errcode_t error = make_part_written(extent, done_end, stop)) return error;
+            if (errcode_t error = join_with_previous(done_end)) return error;
+        }
+        done_end = stop;
+    }
+    return 0;
+}
+
+// One unwritten extent becomes up to three. When the tree finds no room for the second or the
+// third, what stands before it takes its blocks back, unwritten as they were.
+errcode_t ExtentTree::make_part_written(const Run& extent, std::uint64_t first, std::uint64_t end)
+{
+    const Run left = part_of(extent, extent.logical, first, /*is_unwritten=*/true);
+    const Run middle = part_of(extent, first, end, /*is_unwritten=*/false);
+    const Run right = part_of(extent, end, extent.end(), /*is_unwritten=*/true);
+    errcode_t error = 0;
+    if (left.count != 0) {
+        error = put(left, kReplace);
+        if (error == 0) error = put(middle, kInsertAfter);
+        if (error != 0) return take_back(left.logical, extent, error);
+    } else {
+        error = put(middle, kReplace);
+    }
+    if (error != 0 || right.count == 0) return error;
+    Run current;
+    error = read_extent_at(middle.logical, current);
+    if (error == 0) error = put(right, kInsertAfter);
+    if (error == 0) return 0;
+    const Run rest = part_of(extent, first, extent.end(), /*is_unwritten=*/true);
+    return take_back(middle.logical, rest, error);
+}
+
+// Returns the error that made it necessary, or the one that made it fail.
+errcode_t ExtentTree::take_back(std::uint64_t block, const Run& run, errcode_t error)
+{
+    Run current;
+    if (errcode_t failed = read_extent_at(block, current)) return failed;
+    if (errcode_t failed = put(run, kReplace)) return failed;
+    return error;
+}
+
+// Joins the extent that begins at `first` with its left neighbour in the same tree node, so that a
+// file that grows in small steps does not fill the tree.
+errcode_t ExtentTree::join_with_previous(std::uint64_t first)
+{
+    Run right;
+    if (errcode_t error = read_extent_at(first, right)) return error;
+    ext2fs_extent previous{};
+    if (ext2fs_extent_get(handle_.get(), EXT2_EXTENT_PREV_SIB, &previous) != 0) return 0;
+    const Run left = to_run(previous);
+    if (!can_join(left, right)) return 0;
+    Run current;
+    errcode_t error = read_extent_at(right.logical, current);
+    if (error == 0) error = ext2fs_extent_delete(handle_.get(), 0);
+    if (error == 0) error = read_extent_at(left.logical, current);
+    if (error != 0) return error;
+    return put({left.logical, left.physical, left.count + right.count, left.is_unwritten},
+               kReplace);
+}
+
+// Leaves the handle at the extent that holds `block`.
+errcode_t ExtentTree::read_extent_at(std::uint64_t block, Run& extent)
+{
+    ext2fs_extent found{};
+    if (errcode_t error = ext2fs_extent_goto(handle_.get(), block)) return error;
+    if (errcode_t error = ext2fs_extent_get(handle_.get(), EXT2_EXTENT_CURRENT, &found)) {
+        return error;
+    }
+    extent = to_run(found);
+    return 0;
+}
+
+}  // namespace corvane::ext
