@@ -1,5 +1,5 @@
-/* What a file-system plug-in exports: a shared library in /usr/Corvane/lib with these functions, all of
- * them but FS_GetMaxLeases required. The daemon calls them from several threads at once.
+/* What a file-system plug-in exports: a shared library in /usr/Corvane/lib with these functions,
+ * all of them but FS_GetMaxLeases required. The daemon calls them from several threads at once.
  * Cookies are FS_COOKIE_BYTES bytes; paths are FSUNI strings with "/" between names. */
 #ifndef CORVANE_FSMDC_FS_PLUGIN_H
 #define CORVANE_FSMDC_FS_PLUGIN_H
@@ -22,8 +22,8 @@ extern "C" {
 #define FS_M_FLAG_UNLOCKED 8 /* the map is handed out, the file does not stay locked */
 #define FS_M_FLAG_REMAP 32   /* set by the daemon: second map of one request, after a size change */
 
-/* Called once, before anything else but FS_GetVersion. Returns 0 when ready; anything else rejects the
- * plug-in. */
+/* Called once, before anything else but FS_GetVersion. Returns 0 when ready; anything else rejects
+ * the plug-in. */
 CORVANE_API uint32_t FS_Init(void);
 
 /* Returns the interface version, which replies carry as their revision. */
@@ -41,8 +41,9 @@ CORVANE_API uint32_t FS_GetVolByCookie(const void* volume_cookie, void* record,
 CORVANE_API uint32_t FS_GetCookies(const FSUNI* path, void* volume_cookie, void* file_cookie);
 
 /* Maps `length` bytes (-1: to the end) of the file from byte `start` and locks the file until
- * FS_UnlockMap. Writes a MapInfo with its extents to `record`, at any address; `room_bytes` as above.
- * Returns 0, or 1 when the map ends early for want of room; anything else means no map and no lock. */
+ * FS_UnlockMap. Writes a MapInfo with its extents to `record`, at any address; `room_bytes` as
+ * above. Returns 0, or 1 when the map ends early for want of room; anything else means no map and
+ * no lock. */
 CORVANE_API uint32_t FS_GetLockedMap(const void* volume_cookie, const void* file_cookie,
                                      int64_t start, int64_t length, int32_t flag, void* record,
                                      uint32_t* room_bytes);
@@ -50,14 +51,14 @@ CORVANE_API uint32_t FS_GetLockedMap(const void* volume_cookie, const void* file
 /* The last map of the file came back. Called with the daemon's lease lock held: be quick. */
 CORVANE_API uint32_t FS_UnlockMap(const void* volume_cookie, const void* file_cookie);
 
-/* Sets the file's size and allocation in bytes (-1: unchanged). `unused` is 0, `reserved` -1. Returns 0,
- * or 400 when not all could be allocated. */
+/* Sets the file's size and allocation in bytes (-1: unchanged). `unused` is 0, `reserved` -1.
+ * Returns 0, or 400 when not all could be allocated. */
 CORVANE_API uint32_t FS_SetFileSizes(const void* volume_cookie, const void* file_cookie,
                                      int32_t unused, int64_t file_size, int64_t allocation_size,
                                      int64_t reserved);
 
-/* Optional. Stores the longest read and write lease in seconds (0: the default). Returns 0 when both
- * are valid. */
+/* Optional. Stores the longest read and write lease in seconds (0: the default). Returns 0 when
+ * both are valid. */
 CORVANE_API uint32_t FS_GetMaxLeases(const void* volume_cookie, int32_t* read_s, int32_t* write_s);
 
 #ifdef __cplusplus

@@ -12,10 +12,10 @@ extern "C" {
 #endif
 
 #define FS_E_SUCCESS 0u
-#define FS_E_PARTIAL 1u              /* success, but the map ends before the asked range does */
+#define FS_E_PARTIAL 1u /* success, but the map ends before the asked range does */
 #define FS_E_WRONG_FS 2u
-#define FS_E_BAD_PATH 3u             /* bad path or share name */
-#define FS_E_BAD_COOKIE 4u           /* bad volume cookie */
+#define FS_E_BAD_PATH 3u   /* bad path or share name */
+#define FS_E_BAD_COOKIE 4u /* bad volume cookie */
 #define FS_E_OUT_OF_MEMORY 5u
 #define FS_E_INVALID_MSG_LENGTH 6u
 #define FS_E_INVALID_ENDIAN 7u
@@ -23,15 +23,15 @@ extern "C" {
 #define FS_E_UNKNOWN_SHARE 100u
 #define FS_E_UNKNOWN_FILE 101u
 #define FS_E_UNKNOWN_STREAM 102u
-#define FS_E_NO_DIRECT 103u          /* a valid file, but no direct access */
+#define FS_E_NO_DIRECT 103u /* a valid file, but no direct access */
 #define FS_E_PRIVILEGE 104u
-#define FS_E_BAD_FILE 201u           /* bad file or volume cookie */
+#define FS_E_BAD_FILE 201u /* bad file or volume cookie */
 #define FS_E_SUBMAP 202u
-#define FS_E_IVPARAM 203u            /* start not aligned */
+#define FS_E_IVPARAM 203u /* start not aligned */
 #define FS_E_NOT_LOCKED 300u
-#define FS_E_SHORT_ALLOC 400u        /* success, but not all was allocated */
+#define FS_E_SHORT_ALLOC 400u /* success, but not all was allocated */
 #define FS_E_TRANSMOUNTPT 404u
-#define FS_E_NO_LIBRARY 405u         /* no plug-in owns the path or the cookie */
+#define FS_E_NO_LIBRARY 405u /* no plug-in owns the path or the cookie */
 #define FS_E_INVALID_PATHNAME 406u
 #define FS_E_INVALID_KEY 407u
 #define FS_E_MISC_ERROR 408u

@@ -1,6 +1,6 @@
-/* The bodies of the metadata requests and replies, behind the 48-byte LAN header. Offsets count from
- * the first byte of the message; integers are in the sender's byte order; bytes that no field covers
- * are zero. */
+/* The bodies of the metadata requests and replies, behind the 48-byte LAN header. Offsets count
+ * from the first byte of the message; integers are in the sender's byte order; bytes that no field
+ * covers are zero. */
 #ifndef CORVANE_FSMDC_MESSAGES_H
 #define CORVANE_FSMDC_MESSAGES_H
 
@@ -21,7 +21,7 @@ extern "C" {
 #define SP_SET_SIZE 4
 #define SP_CLOSE 5
 
-#define SP_PATH_UNITS 1024 /* units of a request's path area, zeros included */
+#define SP_PATH_UNITS 1024  /* units of a request's path area, zeros included */
 #define SP_INTENTION_READ 1 /* any other intention writes */
 
 typedef struct GetVolumeRequest {
@@ -108,28 +108,29 @@ typedef struct CloseReply {
     uint8_t unused[36]; /* 52 */
 } CloseReply;           /* 88 bytes */
 
-#define SP_GET_VOLUME_RECORD 88        /* offset of the record in each reply */
+#define SP_GET_VOLUME_RECORD 88 /* offset of the record in each reply */
 #define SP_GET_INITIAL_MAP_RECORD 160
 #define SP_GET_EXTENDED_MAP_RECORD 88
 
-/* Turn the body of a received request (header already in host order) into host order, in place, by the
- * header's marker. The message has LAN_REQUEST_ROOM bytes of room. */
+/* Turn the body of a received request (header already in host order) into host order, in place, by
+ * the header's marker. The message has LAN_REQUEST_ROOM bytes of room. */
 CORVANE_API void SPSUP_TransLanGetVolume(void* request) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanGetInitialMap(void* request) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanGetExtendedMap(void* request) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanSetSize(void* request) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanClose(void* request) CORVANE_NOEXCEPT;
 
-/* The same for a received reply. The record's counts are taken from the message: the receiver has made
- * sure that what they say lies inside its buffer, or the message's `length` bounds what is touched. */
+/* The same for a received reply. The record's counts are taken from the message: the receiver has
+ * made sure that what they say lies inside its buffer, or the message's `length` bounds what is
+ * touched. */
 CORVANE_API void SPSUP_TransLanGetVolumeResp(void* reply) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanGetInitialMapResp(void* reply) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanGetExtendedMapResp(void* reply) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanSetSizeResp(void* reply) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanCloseResp(void* reply) CORVANE_NOEXCEPT;
 
-/* Trace a message in host order: SPSUP_DumpMessage picks by function code, and dumps nothing for null
- * and for codes it does not know. */
+/* Trace a message in host order: SPSUP_DumpMessage picks by function code, and dumps nothing for
+ * null and for codes it does not know. */
 CORVANE_API void SPSUP_DumpMessage(const void* message) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_DumpGetVolumeMsg(const void* message) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_DumpGetInitialMapMsg(const void* message) CORVANE_NOEXCEPT;
@@ -160,8 +161,8 @@ CORVANE_API void FSMDCSUP_DumpCompactExtent(const void* extent) CORVANE_NOEXCEPT
 CORVANE_API void FSMDCSUP_DumpSimpleExtent(const void* extent) CORVANE_NOEXCEPT;
 CORVANE_API void FSMDCSUP_DumpVerboseExtent(const void* extent) CORVANE_NOEXCEPT;
 
-/* Writes `count` bytes as "%02X " each, the byte taken as signed (0x80 gives "FFFFFF80 "), into `out`
- * (9 x count + 1 bytes of room). */
+/* Writes `count` bytes as "%02X " each, the byte taken as signed (0x80 gives "FFFFFF80 "), into
+ * `out` (9 x count + 1 bytes of room). */
 CORVANE_API void FSMDCSUP_DiskIdToString(const void* bytes, int32_t count,
                                          char* out) CORVANE_NOEXCEPT;
 

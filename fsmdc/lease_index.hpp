@@ -1,0 +1,98 @@
+// How a lease is found without a walk: by key, by file, by the request that made it. All of it is
+// guarded by leaseListLock.
+#ifndef CORVANE_FSMDC_LEASE_INDEX_HPP
+#define CORVANE_FSMDC_LEASE_INDEX_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+#include "fsmdc/chain_table.hpp"
+#include "fsmdc/cookie_hash.hpp"
+#include "fsmdc/lease.h"
+
+namespace corvane {
+
+// What the list allocates for a lease: the record that everybody may see, then the links of the
+// indexes. A host may hold a million of them: 200 bytes are what one block of the allocator has to
+// give.
+struct Lease {
+    LeaseRecord record;     // first: its address is the lease's
+    Lease* next_by_key;     // chain of its bucket
+    Lease* next_by_file;    // the same; only the newest lease of a file stands in that table
+    Lease* next_by_origin;  // the same; file, message and client together
+    Lease* newer_of_file;   // ring of one file's leases: the newest follows the oldest
+    Lease* older_of_file;
+    Lease* due_next;   // list of leases that are looked at together
+    Lease** due_link;  // what points to this lease in that list; null outside
+    bool newest_of_file;
+    bool handed_out;  // others hold a pointer: the record may change at any time
+};
+static_assert(std::is_standard_layout_v<Lease> && offsetof(Lease, record) == 0);
+static_assert(sizeof(void*) != 8 || sizeof(Lease) == 200);
+
+[[nodiscard]] inline Lease& lease_of(LeaseRecord& record) noexcept
+{
+    return *static_cast<Lease*>(static_cast<void*>(&record));
+}
+
+[[nodiscard]] inline std::uint64_t hash_origin(const void* file_cookie, const void* message_cookie,
+                                               const void* comm_cookie) noexcept
+{
+    const HashSeed& seed = hash_seed();
+    std::uint64_t state = hash32(file_cookie, seed.words[3], seed);
+    state = hash16(message_cookie, state, seed);
+    return mix(hash16(comm_cookie, state, seed) ^ seed.words[2], seed.words[1] | 1);
+}
+
+class LeaseIndex {
+public:
+    // Enters a lease that is newer than all others of its file.
+    void add(Lease& lease) noexcept;
+    void remove(Lease& lease) noexcept;
+    void clear() noexcept;
+
+    [[nodiscard]] Lease* by_key(std::uint32_t key) const noexcept;
+    // The newest lease of the file.
+    [[nodiscard]] Lease* by_file(const void* file_cookie) const noexcept;
+    [[nodiscard]] Lease* by_origin(const void* file_cookie, const void* message_cookie,
+                                   const void* comm_cookie) const noexcept;
+
+    // True when another lease of the same file is in the index.
+    [[nodiscard]] static bool has_other_of_file(const Lease& lease) noexcept
+    {
+        return lease.older_of_file != &lease;
+    }
+
+private:
+    struct KeyLinks {
+        static Lease*& next(Lease& lease) noexcept { return lease.next_by_key; }
+        static std::uint64_t hash(const Lease& lease) noexcept
+        {
+            return hash_key(lease.record.key);
+        }
+    };
+    struct FileLinks {
+        static Lease*& next(Lease& lease) noexcept { return lease.next_by_file; }
+        static std::uint64_t hash(const Lease& lease) noexcept
+        {
+            return hash_cookie(lease.record.fileCookie);
+        }
+    };
+    struct OriginLinks {
+        static Lease*& next(Lease& lease) noexcept { return lease.next_by_origin; }
+        static std::uint64_t hash(const Lease& lease) noexcept
+        {
+            return hash_origin(lease.record.fileCookie, lease.record.messageCookie,
+                               lease.record.commCookie);
+        }
+    };
+
+    ChainTable<Lease, KeyLinks> keys_;
+    ChainTable<Lease, FileLinks> files_;
+    ChainTable<Lease, OriginLinks> origins_;
+};
+
+}  // namespace corvane
+#endif

@@ -1,0 +1,184 @@
+// Replies: see reply.hpp. A draft lies in a buffer that its thread keeps and that is all zeros
+// between two drafts, so that a request neither clears nor copies more than it sends.
+#include "fsmdc/reply.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "fsmdc/records.h"
+#include "fsmdc/service.h"
+#include "lan/header.h"
+#include "mdcmain/log.hpp"
+#include "osl/memory.h"
+
+namespace corvane {
+namespace {
+
+constexpr std::int32_t kDefaultReplyBytes = 64512;
+constexpr std::size_t kKeptBytes =
+    65536;  // longer drafts, which no datagram can carry, are not kept
+constexpr std::int64_t kMapReplyBase =
+    162;  // the same for both map replies, though their records start apart
+constexpr std::int64_t kVolumeTextBase = 274;
+
+// The buffer of one thread; zeros whenever no draft is in it.
+struct KeptBuffer {
+    std::byte* bytes = nullptr;
+
+    KeptBuffer() = default;
+    KeptBuffer(const KeptBuffer&) = delete;
+    KeptBuffer& operator=(const KeptBuffer&) = delete;
+    ~KeptBuffer() { OSL_Free(bytes); }
+};
+thread_local KeptBuffer t_kept;
+
+[[nodiscard]] std::byte* zeroed(std::size_t size_bytes) noexcept
+{
+    return static_cast<std::byte*>(OSL_Calloc(size_bytes, allocation_tag("lanh")));
+}
+
+// Returns `size_bytes` zero bytes at least.
+[[nodiscard]] std::byte* borrow_zeros(std::size_t size_bytes) noexcept
+{
+    if (size_bytes > kKeptBytes) return zeroed(size_bytes);
+    if (t_kept.bytes == nullptr) t_kept.bytes = zeroed(kKeptBytes);
+    return t_kept.bytes;
+}
+
+// A plug-in may have written anywhere in its room, whatever it reported: all of it is cleared.
+void give_back(std::byte* bytes, std::size_t size_bytes) noexcept
+{
+    if (size_bytes > kKeptBytes) {
+        OSL_Free(bytes);
+    } else if (bytes != nullptr) {
+        std::memset(bytes, 0, size_bytes);
+    }
+}
+
+// The header that answers `request`, at the start of `reply`.
+void write_header(void* reply, const void* request, std::size_t size_bytes,
+                  const FsLibrary* library) noexcept
+{
+    auto header = load<LanHeader>(request);
+    header.endian = 1;
+    if (library != nullptr) header.revision = library->version;
+    header.functionCode =
+        static_cast<std::int32_t>(0U - static_cast<std::uint32_t>(header.functionCode));
+    header.length = static_cast<std::uint32_t>(size_bytes);
+    header.result = 0;
+    store(reply, header);
+}
+
+void trace_shortage(std::size_t size_bytes) noexcept
+{
+    CORVANE_TRACE("FTX2026I SP_InitReply failed to calloc %d bytes\n",
+                  static_cast<int>(size_bytes));
+}
+
+}  // namespace
+
+ReplyDraft::ReplyDraft(const void* request, const FsLibrary* library, const Shape& shape) noexcept
+    : record_offset_(shape.record_offset)
+{
+    const std::int32_t most = maxDgramSize();
+    const auto size_bytes = static_cast<std::size_t>(std::max(most, shape.least_bytes));
+    bytes_ = borrow_zeros(size_bytes);
+    if (bytes_ == nullptr) {
+        trace_shortage(size_bytes);
+        return;
+    }
+    size_bytes_ = size_bytes;
+    room_bytes_ =
+        most > shape.kept_back_bytes
+            ? static_cast<std::uint32_t>(most) - static_cast<std::uint32_t>(shape.kept_back_bytes)
+            : 0;
+    write_header(bytes_, request, size_bytes, library);
+}
+
+ReplyDraft::~ReplyDraft()
+{
+    give_back(bytes_, size_bytes_);
+}
+
+// Units of the error text at `text_offset` of the record; more than the room holds when it does not
+// end there.
+std::int64_t ReplyDraft::error_text_units(std::size_t text_offset) const noexcept
+{
+    const std::size_t room_units = bytes_from(room_bytes_, text_offset) / sizeof(FSUNI);
+    const std::size_t units = text_units(bytes_at(record(), text_offset), room_units);
+    const bool is_open_ended = room_units > 0 && units == room_units;
+    return static_cast<std::int64_t>(is_open_ended ? size_bytes_ : units);
+}
+
+ReplySize ReplyDraft::map_size() const noexcept
+{
+    const auto head = load<MapInfo>(record());
+    const std::int64_t units = head.vendorStatus != 0 ? error_text_units(sizeof(MapInfo)) : 0;
+    return {head.msgLen, kMapReplyBase + head.msgLen + 2 * units};
+}
+
+ReplySize ReplyDraft::volume_size() const noexcept
+{
+    const auto head = load<VolumeInfo>(record());
+    if (head.nDisks != 0) {
+        const std::int64_t disks_bytes = std::int64_t{sizeof(FSDisk)} * head.nDisks;
+        constexpr std::int64_t kOneDisk = SP_GET_VOLUME_FIXED_BYTES;
+        return {std::int64_t{sizeof head} + disks_bytes,
+                kOneDisk + disks_bytes - std::int64_t{sizeof(FSDisk)}};
+    }
+    const std::int64_t units = error_text_units(sizeof head);
+    return {2 * units, kVolumeTextBase + 2 * units};
+}
+
+bool ReplyDraft::holds(const ReplySize& size) const noexcept
+{
+    if (size.record_bytes >= 0 && size.record_bytes <= std::int64_t{room_bytes_} &&
+        size.reply_bytes <= static_cast<std::int64_t>(size_bytes_)) {
+        return true;
+    }
+    sanos_log("FTX2027E A plug-in reported %lld bytes where it had room for %u\n",
+              static_cast<long long>(size.record_bytes), room_bytes_);
+    return false;
+}
+
+Reply ReplyDraft::copy(const ReplySize& size) const noexcept
+{
+    const auto length = static_cast<std::size_t>(size.reply_bytes);
+    Reply reply(OSL_Malloc(length, allocation_tag("lanh")));
+    if (reply == nullptr) {
+        trace_shortage(length);
+        return reply;
+    }
+    std::memcpy(reply.get(), bytes_, length);
+    PUT_FIELD(reply.get(), LanHeader, length, static_cast<std::uint32_t>(length));
+    return reply;
+}
+
+}  // namespace corvane
+
+extern "C" {
+
+std::int32_t maxDgramSize() noexcept
+{
+    static const std::int32_t bytes = [] {
+        const char* const text = std::getenv("MAXDGRAM");
+        // NOLINTNEXTLINE(cert-err34-c): whatever atoi makes of the text is the setting
+        return text == nullptr ? corvane::kDefaultReplyBytes : std::atoi(text);
+    }();
+    return bytes;
+}
+
+void* SP_InitReply(const void* request, std::int32_t size_bytes, const FsLibrary* library) noexcept
+{
+    const auto size = static_cast<std::size_t>(size_bytes);
+    void* const reply = corvane::zeroed(size);
+    if (reply == nullptr) {
+        corvane::trace_shortage(size);
+        return nullptr;
+    }
+    corvane::write_header(reply, request, size, library);
+    return reply;
+}
+
+}  // extern "C"
