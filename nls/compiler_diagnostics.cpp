@@ -2,25 +2,24 @@
 #include "nls/compiler_diagnostics.hpp"
 
 #include <cstdio>
+#include <cstring>
 
 #include "nls/catalogue_compiler.h"
 
 namespace {
 
-// A line with more diagnostics than this is not shown again with the rest of them: a line of many
-// megabytes in which every character is wrong must not fill the disk.
+// A long line is not shown again and again: one of many megabytes in which every character is wrong
+// must not fill the disk.
+constexpr std::size_t kLongLineBytes = 128;
 constexpr int kTimesShown = 16;
 
-struct {
-    long line = -1;
-    int times_shown = 0;
-} g_last;
+int g_times_shown = 0;
 
 void show_line(std::size_t position) noexcept
 {
-    if (g_last.line != lineno) g_last = {lineno, 0};
-    if (++g_last.times_shown > kTimesShown) return;
-    std::fprintf(stderr, "%s\n", curline == nullptr ? "" : curline);
+    const char* const line = curline == nullptr ? "" : curline;
+    if (strnlen(line, kLongLineBytes) == kLongLineBytes && ++g_times_shown > kTimesShown) return;
+    std::fprintf(stderr, "%s\n", line);
     if (position != corvane::kNoPosition) {
         std::fprintf(stderr, "%*s^\n", static_cast<int>(position), "");
     }
@@ -29,6 +28,8 @@ void show_line(std::size_t position) noexcept
 }  // namespace
 
 namespace corvane {
+
+void begin_line() noexcept { g_times_shown = 0; }
 
 void compile_warning(const char* text, std::size_t position) noexcept
 {

@@ -18,6 +18,9 @@ struct CompileFailed {};
 void compile_warning(const char* text, std::size_t position = kNoPosition) noexcept;
 [[noreturn]] void compile_error(const char* text, std::size_t position = kNoPosition);
 
+// Says that `curline` holds another line.
+void begin_line() noexcept;
+
 // Runs `body` for a C caller: an error, its diagnostic written, ends the process with status 1.
 template <class Body>
 void compile_or_exit(Body body) noexcept

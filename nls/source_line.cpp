@@ -38,7 +38,10 @@ bool LineReader::next()
         begin_ += count + (feed == nullptr ? 0 : 1);
         if (feed != nullptr) break;
     }
-    if (any) ++lineno;
+    if (any) {
+        ++lineno;
+        begin_line();
+    }
     return any;
 }
 
