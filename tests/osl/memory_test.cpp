@@ -10,6 +10,16 @@
 
 #include "osl/bytes.hpp"
 
+// Sanitizers end the process for what the C library answers with a null, unless told not to.
+extern "C" __attribute__((visibility("default"))) const char* __asan_default_options()
+{
+    return "allocator_may_return_null=1";
+}
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options()
+{
+    return "allocator_may_return_null=1";
+}
+
 namespace {
 
 using corvane::allocation_tag;

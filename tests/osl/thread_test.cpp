@@ -7,6 +7,12 @@
 
 #include <future>
 
+// Threads of the OS layer are meant to be neither detached nor joined.
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options()
+{
+    return "report_thread_leaks=0";
+}
+
 namespace {
 
 using Seconds = std::uint32_t;
