@@ -17,6 +17,7 @@
 #include "mdcmain/log.h"
 #include "mdcmain/log_format.hpp"
 #include "mdcmain/segment.hpp"
+#include "osl/counters.hpp"
 #include "osl/descriptor.hpp"
 
 char socket_file[CORVANE_SOCKET_NAME_BYTES] = {};
@@ -196,6 +197,7 @@ void fifoGetHandleServer(int32_t backlog) noexcept
 int32_t fd_thread_server(int32_t connection) noexcept
 {
     fused_mapShared();
+    corvane::count_event(COUNTERS_EVENT_DESCRIPTOR_REQUEST);
     const corvane::Descriptor owner(connection);
     if (corvane::steps_logged()) {
         sanos_log("FTX1534I [%d-%d] socket fd_conn = %d\n", getpid(), gettid(), connection);

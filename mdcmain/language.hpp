@@ -11,8 +11,9 @@ void set_up_language() noexcept;
 // Brings an existing segment's language up to date with this process's and opens the catalogue.
 void refresh_language() noexcept;
 
-// Opens the daemon's catalogue by the segment's path, unless it is open.
-void open_segments_catalogue() noexcept;
+// Opens the daemon's catalogue by the segment's path where this process created the segment, and so
+// has not opened it yet.
+void open_creators_catalogue() noexcept;
 
 }  // namespace corvane
 #endif

@@ -114,8 +114,9 @@ void refresh_language() noexcept
     open_catalogue(glbNlsPath);
 }
 
-void open_segments_catalogue() noexcept
+void open_creators_catalogue() noexcept
 {
+    if (glbNlsPath[0] != 0) return;  // the set-up of an existing segment came by here
     char path[kTextBytes];
     set_text(path, text_of(fs->nlsPath));
     open_catalogue(path);

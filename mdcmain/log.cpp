@@ -16,6 +16,7 @@
 #include "mdcmain/log_format.hpp"
 #include "mdcmain/log_state.h"
 #include "mdcmain/segment.h"
+#include "osl/counters.hpp"
 #include "osl/descriptor.hpp"
 #include "osl/shared_word.hpp"
 
@@ -144,7 +145,10 @@ void write_message(const char* format, va_list arguments) noexcept
 
 void sanos_log(const char* format, ...) noexcept
 {
-    if (!corvane::enter()) return;
+    if (!corvane::enter()) {
+        corvane::count_event(COUNTERS_EVENT_LOG_LOST);
+        return;
+    }
     fused_mapShared();
     if (fs == nullptr) return;  // the flag stays: this process writes no more
     std::va_list arguments;

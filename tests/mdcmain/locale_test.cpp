@@ -212,14 +212,27 @@ TEST(NewSegment, StartUpOpensItsCatalogue)
     in_private_machine([] {
         write_catalogue(kCatalogue, "595 from the file\n");
         fused_mapShared();
-        corvane::open_segments_catalogue();
+        corvane::open_creators_catalogue();
         EXPECT_NE(corvane_cat, nullptr);
         EXPECT_NE(corvane_cat, VOR_NO_CATALOGUE);
         EXPECT_STREQ(message_text(595), "from the file");
         const vor_cat_t open = corvane_cat;
         std::strcpy(fs->nlsPath, "/tmp/other");
-        corvane::open_segments_catalogue();
+        corvane::open_creators_catalogue();
         EXPECT_EQ(corvane_cat, open);
+    });
+}
+
+TEST(ExistingSegment, AFileThatIsNoCatalogueIsTriedOnce)
+{
+    in_private_machine([] {
+        fused_mapShared();
+        write_file(kCatalogue, "no catalogue");
+        attach_again();
+        EXPECT_EQ(corvane_cat, nullptr);
+        write_catalogue(kCatalogue, "595 too late\n");
+        corvane::open_creators_catalogue();
+        EXPECT_EQ(corvane_cat, nullptr);
     });
 }
 
