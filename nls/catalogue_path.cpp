@@ -46,7 +46,7 @@ std::string_view code_set_of(std::string_view locale) noexcept
 
 std::size_t copy_part(char* out, std::string_view part, std::size_t room) noexcept
 {
-    std::memcpy(out, part.data(), part.size() < room ? part.size() : room);
+    (void)part.copy(out, room);
     return part.size();
 }
 
@@ -109,8 +109,7 @@ public:
             fits_ = false;
             return;
         }
-        std::memcpy(path_ + length_, part.data(), part.size());
-        length_ += part.size();
+        length_ += part.copy(path_ + length_, part.size());
     }
     [[nodiscard]] bool finish() noexcept
     {
