@@ -1,0 +1,530 @@
+// The registry: names, the search for tables, alias files, objects, the default and its life.
+#include <gtest/gtest.h>
+#include <langinfo.h>
+#include <sys/stat.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/codeset/support.hpp"
+#include "tests/codeset/table_writer.hpp"
+
+namespace {
+
+using namespace corvane::test;
+namespace fs = std::filesystem;
+
+constexpr const char* kVariables[] = {"CORKELDIR", "BINDIR", "KEL_CODESET", "LC_ALL", "LANG"};
+
+// A scratch folder that is the working directory, an environment without our variables, and a
+// registry that nobody has initialised.
+class Registry : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::string pattern = (fs::temp_directory_path() / "codeset-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        folder_ = pattern;
+        former_ = fs::current_path();
+        fs::current_path(folder_);
+        for (const char* variable : kVariables) unsetenv(variable);
+        (void)kel_uninit();
+    }
+    void TearDown() override
+    {
+        (void)kel_uninit();
+        fs::current_path(former_);
+        fs::remove_all(folder_);
+        for (const char* variable : kVariables) unsetenv(variable);
+        (void)setlocale(LC_ALL, "C");
+    }
+
+    static void write(const fs::path& path, const std::string& bytes)
+    {
+        if (path.has_parent_path()) fs::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << bytes;
+    }
+
+    // A table that can be told from others by its value A.
+    static std::string table(unsigned mark)
+    {
+        TableWriter writer(KEL_TYPE_ASCII_SBCS);
+        writer.put16(62, mark);
+        return writer.image;
+    }
+
+    // The mark of the table that a name finds; 0 when it finds none.
+    static unsigned found(const char* name)
+    {
+        const CsPtr cs(kel_cs_new(name));
+        return cs != nullptr ? cs->hdr_value_a : 0;
+    }
+
+    fs::path folder_;
+    fs::path former_;
+};
+
+// ---- names ----
+
+[[nodiscard]] std::string table_name(const char* name, std::uint32_t size = 128)
+{
+    char buffer[128];
+    std::memset(buffer, '#', sizeof buffer);
+    EXPECT_EQ(get_table_name(name, buffer, size), 0U);
+    EXPECT_EQ(buffer[size - 1], '\0');
+    return buffer;
+}
+
+TEST_F(Registry, TableNameKeepsLettersAndDigitsInCapitals)
+{
+    EXPECT_EQ(table_name("ISO-8859-1"), "ISO88591");
+    EXPECT_EQ(table_name("utf-8"), "UTF8");
+    EXPECT_EQ(table_name("ZAR-943"), "943");
+    EXPECT_EQ(table_name("zar-1047"), "ZAR1047");
+    EXPECT_EQ(table_name("ZARZAR1"), "ZAR1");
+    EXPECT_EQ(table_name(" e.u_c-\xE4jp "), "EUCJP");
+    EXPECT_EQ(table_name(""), "");
+}
+
+TEST_F(Registry, TableNameIsCutAndTerminated)
+{
+    EXPECT_EQ(table_name("ISO-8859-1", 5), "ISO8");
+    EXPECT_EQ(table_name("ISO-8859-1", 1), "");
+    char untouched = '#';
+    EXPECT_EQ(get_table_name("A", &untouched, 0), 0U);
+    EXPECT_EQ(untouched, '#');
+}
+
+TEST_F(Registry, AliasHookDoesNothing)
+{
+    EXPECT_EQ(get_alias(), 1U);
+}
+
+TEST_F(Registry, CodeSetNameComesFromTheVariable)
+{
+    char buffer[16];
+    setenv("KEL_CODESET", "zar-1047", 1);
+
+    EXPECT_EQ(get_cs_name(buffer, sizeof buffer), 0U);
+    EXPECT_STREQ(buffer, "zar-1047");
+    EXPECT_EQ(kel_os_cs_name(buffer, sizeof buffer), 0U);
+    EXPECT_STREQ(buffer, "ZAR1047");
+    EXPECT_EQ(get_cs_name(buffer, 4), 0U);
+    EXPECT_STREQ(buffer, "zar");
+}
+
+TEST_F(Registry, CodeSetNameWithoutRoomIsOne)
+{
+    char untouched = '#';
+
+    EXPECT_EQ(get_cs_name(&untouched, 0), 1U);
+    EXPECT_EQ(untouched, '#');
+}
+
+TEST_F(Registry, EmptyVariableMeansTheLocales)
+{
+    char buffer[32];
+    setenv("KEL_CODESET", "", 1);
+    setenv("LC_ALL", "C.UTF-8", 1);
+
+    EXPECT_EQ(get_cs_name(buffer, sizeof buffer), 0U);
+    EXPECT_STREQ(buffer, "UTF-8");
+    EXPECT_STREQ(setlocale(LC_ALL, nullptr), "C.UTF-8");  // the environment's is now the process's
+    EXPECT_EQ(kel_os_cs_name(buffer, sizeof buffer), 0U);
+    EXPECT_STREQ(buffer, "UTF8");
+}
+
+// ---- search ----
+
+TEST_F(Registry, SearchesItsPlacesInOrder)
+{
+    write("kel/codeset/NAME", table(1));
+    write("kel/NAME", table(2));
+    write("generic/codeset/NAME", table(3));
+    fs::create_directories("bin");
+    write("NAME", table(4));
+    setenv("CORKELDIR", (folder_ / "kel").c_str(), 1);
+    setenv("BINDIR", (folder_ / "bin").c_str(), 1);
+
+    for (const unsigned mark : {1, 2, 3, 4}) {
+        EXPECT_EQ(found("NAME"), mark);
+        const char* const places[] = {"kel/codeset/NAME", "kel/NAME", "generic/codeset/NAME",
+                                      "NAME"};
+        fs::remove(places[mark - 1]);
+    }
+    EXPECT_EQ(found("NAME"), 0U);
+}
+
+TEST_F(Registry, EmptyVariablesAreNotPlaces)
+{
+    write("NAME", table(4));
+    setenv("CORKELDIR", "", 1);
+    setenv("BINDIR", "", 1);
+
+    EXPECT_EQ(found("NAME"), 4U);
+}
+
+// Places whose variable is too long for them are left out, each by its own measure.
+TEST_F(Registry, TooLongAVariableIsSkippedNotCut)
+{
+    const auto found_with_length = [&](std::size_t length) {
+        std::string path = (folder_ / "kel").string();
+        while (path.size() + 2 <= length) path += "/.";
+        if (path.size() < length) path += "/";
+        setenv("CORKELDIR", path.c_str(), 1);
+        return found("N");
+    };
+    write("kel/codeset/N", table(1));
+    write("kel/N", table(2));
+    write("N", table(3));
+
+    EXPECT_EQ(found_with_length(244), 1U);
+    EXPECT_EQ(found_with_length(246), 2U);
+    EXPECT_EQ(found_with_length(252), 2U);
+    EXPECT_EQ(found_with_length(254), 3U);
+    EXPECT_EQ(found_with_length(400), 3U);
+}
+
+TEST_F(Registry, NamesAreUsedAsSpelled)
+{
+    write("UTF-8", table(7));
+    write("utf8", table(8));
+
+    EXPECT_EQ(found("UTF-8"), 7U);
+    EXPECT_EQ(found("utf8"), 8U);
+    EXPECT_EQ(found("Utf-8"), 0U);
+}
+
+// ---- loading and aliases ----
+
+TEST_F(Registry, LoadsATableWhole)
+{
+    write("dir/NAME", table(9));
+    std::uint32_t size = 99;
+
+    void* const image = load_table("dir/", "NAME", &size);
+
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(size, table(9).size());
+    EXPECT_EQ(std::memcmp(image, table(9).data(), size), 0);
+    std::free(image);
+}
+
+TEST_F(Registry, MissingTableHasSizeZero)
+{
+    std::uint32_t size = 99;
+
+    EXPECT_EQ(load_table("", "NAME", &size), nullptr);
+    EXPECT_EQ(size, 0U);
+    size = 99;
+    EXPECT_EQ(get_table("NAME", &size), nullptr);
+    EXPECT_EQ(size, 0U);
+}
+
+TEST_F(Registry, AliasTextNamesAFileOfTheSameFolder)
+{
+    write("kel/codeset/ISO88591", table(5));
+    write("kel/codeset/LATIN1",
+          " ISO\t8859\x01"
+          "1\r\n");
+    write("ISO88591", table(6));
+    setenv("CORKELDIR", (folder_ / "kel").c_str(), 1);
+
+    EXPECT_EQ(found("LATIN1"), 5U);
+}
+
+TEST_F(Registry, AliasTextIsUsedAsItStands)
+{
+    write("A", "ZARb");
+    write("ZARb", table(3));
+    write("B", table(4));
+
+    EXPECT_EQ(found("A"), 3U);
+}
+
+TEST_F(Registry, FourAliasesLeadToATableAndFiveDoNot)
+{
+    write("F", table(6));
+    write("E", "F");
+    write("D", "E");
+    write("C", "D");
+    write("B", "C");
+    write("A", "B");
+
+    EXPECT_EQ(found("B"), 6U);
+    EXPECT_EQ(found("A"), 0U);
+}
+
+TEST_F(Registry, AliasOfItselfEnds)
+{
+    write("A", "A");
+
+    EXPECT_EQ(found("A"), 0U);
+}
+
+TEST_F(Registry, ShortFileWithTheMagicIsAnAlias)
+{
+    std::string image = table(1);
+    image.resize(1760);
+    write("LONG", image);
+    image.resize(1759);
+    write("SHORT", image);
+
+    EXPECT_EQ(found("LONG"), 1U);
+    EXPECT_EQ(found("SHORT"), 0U);
+}
+
+TEST_F(Registry, LongFileWithoutTheMagicIsAnAlias)
+{
+    write("NAME", std::string(2000, ' ') + "OTHER");
+    write("OTHER", table(2));
+
+    EXPECT_EQ(found("NAME"), 2U);
+}
+
+// The text stops where the path has 255 characters.
+TEST_F(Registry, AliasTextIsCutAtThePathsEnd)
+{
+    const std::string longest(255, 'n');
+    write("NAME", longest + "more");
+    write(longest, table(3));
+
+    EXPECT_EQ(found("NAME"), 3U);
+}
+
+TEST_F(Registry, DirectoryAndNameAreBounded)
+{
+    const std::string name(252, 'n');
+    write(name, table(1));
+    std::uint32_t size = 0;
+
+    void* const image = load_table("./", name.c_str(), &size);  // 2 + 252 + 2 = 256
+    EXPECT_NE(image, nullptr);
+    std::free(image);
+    write(name + "n", table(1));
+    EXPECT_EQ(load_table("./", (name + "n").c_str(), &size), nullptr);
+}
+
+TEST_F(Registry, EmptyFilesFoldersAndPipesAreNoTables)
+{
+    write("EMPTY", "");
+    fs::create_directory("FOLDER");
+    ASSERT_EQ(mkfifo("PIPE", 0600), 0);
+
+    EXPECT_EQ(found("EMPTY"), 0U);
+    EXPECT_EQ(found("FOLDER"), 0U);
+    EXPECT_EQ(found("PIPE"), 0U);
+    EXPECT_EQ(found(""), 0U);
+    EXPECT_EQ(kel_cs_new(nullptr), nullptr);
+}
+
+// ---- objects ----
+
+TEST_F(Registry, ObjectTakesItsFieldsFromTheHeader)
+{
+    TableWriter writer(KEL_TYPE_ASCII_MBCS);
+    writer.put16(50, 0x2345);
+    writer.put16(56, 0x5678);
+    writer.put16(62, 0x1234);
+    for (std::size_t i = 0; i < 16; ++i) writer.image[64 + i] = static_cast<char>(0xA0 + i);
+    write("NAME", writer.image);
+
+    const CsPtr cs(kel_cs_new("NAME"));
+
+    ASSERT_NE(cs, nullptr);
+    EXPECT_EQ(cs->type, KEL_TYPE_ASCII_MBCS);
+    EXPECT_EQ(cs->table_backed, 1);
+    EXPECT_EQ(cs->hdr_value_a, 0x1234);
+    EXPECT_EQ(cs->hdr_value_b, 0x5678);
+    EXPECT_EQ(cs->hdr_block[0], 0xA0);
+    EXPECT_EQ(cs->hdr_block[15], 0xAF);
+    EXPECT_EQ(cs->from_state, 0);
+    EXPECT_EQ(cs->to_state, 0);
+    EXPECT_EQ(cs->table_size, writer.image.size());
+    std::uint32_t size = 0;
+    EXPECT_EQ(kel_cs_table(cs.get(), &size), cs->table);
+    EXPECT_EQ(size, writer.image.size());
+}
+
+TEST_F(Registry, EncodingSchemeOverridesTheType)
+{
+    TableWriter writer(KEL_TYPE_ASCII_MBCS);
+    writer.put16(50, 0x1100);
+    write("NAME", writer.image);
+
+    const CsPtr cs(cs_new("NAME"));
+
+    ASSERT_NE(cs, nullptr);
+    EXPECT_EQ(cs->type, KEL_TYPE_EBCDIC_SBCS);
+}
+
+TEST_F(Registry, Utf8NeedsNoFile)
+{
+    const CsPtr cs(kel_cs_new("UTF8"));
+
+    ASSERT_NE(cs, nullptr);
+    EXPECT_NE(cs.get(), utf8_cs);
+    EXPECT_EQ(cs->type, KEL_TYPE_UTF8);
+    EXPECT_EQ(cs->table_backed, 0);
+    std::uint32_t size = 99;
+    EXPECT_EQ(kel_cs_table(cs.get(), &size), nullptr);
+    EXPECT_EQ(size, 0U);
+    EXPECT_EQ(kel_cs_new("utf8"), nullptr);
+}
+
+TEST_F(Registry, BuiltInsAreNeverFreed)
+{
+    EXPECT_EQ(kel_cs_free(nullptr), 0U);
+    EXPECT_EQ(kel_cs_free(utf8_cs), 0U);
+    EXPECT_EQ(kel_cs_free(os_cs), 0U);
+    EXPECT_EQ(utf8_cs, &utf8_uc_ch_t);
+    EXPECT_EQ(os_cs, &os_uc_ch_t);
+    EXPECT_EQ(utf8_cs->type, KEL_TYPE_UTF8);
+    EXPECT_EQ(os_cs->type, KEL_TYPE_OS);
+}
+
+// ---- the default ----
+
+TEST_F(Registry, InitTakesTheProcessesCodeSet)
+{
+    write("ISO88591", table(5));
+    write("DEFAULT", table(6));
+    setenv("KEL_CODESET", "iso-8859-1", 1);
+
+    EXPECT_EQ(kel_init(), 0U);
+
+    EXPECT_EQ(kel_initialized, 1);
+    EXPECT_EQ(def_cs->hdr_value_a, 5);
+    EXPECT_EQ(os_loc_cs, def_cs);
+    kel_cs_t* const first = def_cs;
+    EXPECT_EQ(kel_init(), 0U);
+    EXPECT_EQ(def_cs, first);
+}
+
+TEST_F(Registry, InitFallsBackToDEFAULTAndThenToPassThrough)
+{
+    setenv("KEL_CODESET", "nosuch", 1);
+    write("DEFAULT", table(6));
+    EXPECT_EQ(kel_init(), 0U);
+    EXPECT_EQ(def_cs->hdr_value_a, 6);
+    EXPECT_EQ(os_loc_cs, def_cs);
+
+    (void)kel_uninit();
+    fs::remove("DEFAULT");
+    EXPECT_EQ(kel_init(), 0U);
+    EXPECT_EQ(def_cs, os_cs);
+    EXPECT_EQ(os_loc_cs, os_cs);
+    EXPECT_EQ(kel_initialized, 1);
+}
+
+TEST_F(Registry, Utf8LocaleNeedsNoFile)
+{
+    setenv("LC_ALL", "C.UTF-8", 1);
+
+    EXPECT_EQ(kel_init(), 0U);
+    EXPECT_EQ(def_cs->type, KEL_TYPE_UTF8);
+}
+
+TEST_F(Registry, UninitFreesOnceAndResets)
+{
+    setenv("KEL_CODESET", "NAME", 1);
+    write("NAME", table(5));
+    (void)kel_init();
+
+    EXPECT_EQ(kel_uninit(), 0U);
+
+    EXPECT_EQ(kel_initialized, 0);
+    EXPECT_EQ(def_cs, os_cs);
+    EXPECT_EQ(os_loc_cs, os_cs);
+    EXPECT_EQ(kel_uninit(), 0U);
+}
+
+TEST_F(Registry, UninitFreesADefaultThatIsNotTheLocales)
+{
+    setenv("KEL_CODESET", "NAME", 1);
+    write("NAME", table(5));
+    write("OTHER", table(6));
+    (void)kel_set_def_cs(kel_cs_new("OTHER"));
+    EXPECT_EQ(def_cs->hdr_value_a, 6);
+    EXPECT_EQ(os_loc_cs->hdr_value_a, 5);
+
+    EXPECT_EQ(kel_uninit(), 0U);
+    EXPECT_EQ(def_cs, os_cs);
+    EXPECT_EQ(os_loc_cs, os_cs);
+}
+
+TEST_F(Registry, SettingTheDefaultInitialisesFirst)
+{
+    setenv("KEL_CODESET", "NAME", 1);
+    write("NAME", table(5));
+
+    EXPECT_EQ(kel_set_def_cs(utf8_cs), 0U);
+    EXPECT_EQ(kel_initialized, 1);
+    EXPECT_EQ(kel_get_def_cs(), utf8_cs);
+    EXPECT_EQ(kel_set_def_cs(nullptr), 0U);
+    EXPECT_EQ(kel_get_def_cs(), os_cs);
+    EXPECT_EQ(os_loc_cs->hdr_value_a, 5);
+}
+
+TEST_F(Registry, FreeingTheDefaultLeavesPassThrough)
+{
+    setenv("KEL_CODESET", "NAME", 1);
+    write("NAME", table(5));
+
+    (void)kel_cs_free(kel_get_def_cs());
+
+    EXPECT_EQ(def_cs, os_cs);
+    EXPECT_EQ(os_loc_cs, os_cs);
+}
+
+TEST_F(Registry, NullCodeSetInitialisesLazily)
+{
+    setenv("KEL_CODESET", "UTF-8", 1);
+    std::uint16_t units[4];
+
+    EXPECT_EQ(kel_to_ucs2(nullptr, "\xC3\xA4", 2, units, 4), 1U);
+    EXPECT_EQ(units[0], 0xE4);
+    EXPECT_EQ(kel_initialized, 1);
+    (void)kel_uninit();
+    EXPECT_EQ(kel_cs_table(nullptr, nullptr), nullptr);
+    EXPECT_EQ(kel_initialized, 1);
+    (void)kel_uninit();
+    const char* from = "A";
+    std::uint32_t from_left = 1;
+    std::uint16_t* to = units;
+    std::uint32_t to_left = 4;
+    EXPECT_EQ(kel_to_ucs2_r(nullptr, &from, &from_left, &to, &to_left), KEL_DONE);
+    EXPECT_EQ(kel_initialized, 1);
+}
+
+// ---- the shipped tables ----
+
+TEST(Shipped, EveryAliasLeadsToItsTable)
+{
+    for (const ListedSet& set : listed_sets()) {
+        const CsPtr table = open_built(set.table);
+        ASSERT_NE(table, nullptr) << set.table;
+        for (const std::string& alias : set.aliases) {
+            const CsPtr other = open_built(alias);
+            ASSERT_NE(other, nullptr) << alias;
+            ASSERT_EQ(other->table_size, table->table_size) << alias;
+            EXPECT_EQ(std::memcmp(other->table, table->table, table->table_size), 0) << alias;
+        }
+    }
+}
+
+// A table or alias is found by a locale's code-set name only if its own name is the normal form of
+// one.
+TEST(Shipped, NamesAreInNormalForm)
+{
+    for (const ListedSet& set : listed_sets()) {
+        std::vector<std::string> names = set.aliases;
+        names.push_back(set.table);
+        for (const std::string& name : names) EXPECT_EQ(table_name(name.c_str()), name);
+    }
+}
+
+}  // namespace
