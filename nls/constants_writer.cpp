@@ -2,6 +2,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "nls/buffered_output.hpp"
 #include "nls/catalogue_compiler.h"
@@ -20,19 +21,21 @@ constexpr char kMacros[] =
     "\t\t\t\t\t>> (sizeof(short) * 8))\n"
     "#endif\n";
 
-std::string constant(std::int32_t type, const std::string& name, std::uint32_t value)
+// Writes one definition of `prefix` and `name`, put together, in the form of the language.
+void write_constant(corvane::BufferedOutput& out, std::int32_t type, std::string_view prefix,
+                    std::string_view name, std::uint32_t value)
 {
-    char number[16];
-    switch (type) {
-        case MC_LANGUAGE_C:
-            (void)std::snprintf(number, sizeof number, "%" PRIx32, value);
-            return "#define " + name + "\t0x" + number + "\n";
-        case MC_LANGUAGE_CPP:
-        case MC_LANGUAGE_ANSI:
-            return "const long " + name + "\t= " + std::to_string(value) + ";\n";
-        default:
-            corvane::compile_error("not a recognized (programming) language type");
+    if (type < MC_LANGUAGE_C || type > MC_LANGUAGE_ANSI) {
+        corvane::compile_error("not a recognized (programming) language type");
     }
+    const bool is_macro = type == MC_LANGUAGE_C;
+    char end[24];
+    (void)std::snprintf(end, sizeof end, is_macro ? "\t0x%" PRIx32 "\n" : "\t= %" PRIu32 ";\n",
+                        value);
+    out.write(is_macro ? "#define " : "const long ");
+    out.write(prefix);
+    out.write(name);
+    out.write(end);
 }
 
 std::uint32_t message_value(const MCSetNode& set, const MCMessageNode& message,
@@ -47,13 +50,14 @@ void write_set(corvane::BufferedOutput& out, MCSetNode& set, std::int32_t type, 
 {
     const std::string set_name = set.constName == nullptr ? "" : set.constName;
     if (set.constName != nullptr) {
-        out.write("\n" + constant(type, set_name + "Set", static_cast<std::uint32_t>(set.setId)));
+        out.write("\n");
+        write_constant(out, type, set_name, "Set", static_cast<std::uint32_t>(set.setId));
         corvane::drop_name(set.constName);
     }
     for (MCMessageNode* message = set.first; message != nullptr; message = message->next) {
         if (message->constName == nullptr) continue;
-        out.write(
-            constant(type, set_name + message->constName, message_value(set, *message, combined)));
+        write_constant(out, type, set_name, message->constName,
+                       message_value(set, *message, combined));
         corvane::drop_name(message->constName);
     }
 }
