@@ -31,6 +31,7 @@ bool can_join(const Run& left, const Run& right)
 }  // namespace
 
 ExtentTree::ExtentTree(ext2_filsys fs, ext2_ino_t inode_number, ext2_inode& inode)
+    : fs_(fs), inode_(inode)
 {
     ext2_extent_handle_t opened = nullptr;
     open_error_ = ext2fs_extent_open2(fs, inode_number, &inode, &opened);
@@ -132,6 +133,39 @@ errcode_t ExtentTree::join_with_previous(std::uint64_t first)
     if (error != 0) return error;
     return put({left.logical, left.physical, left.count + right.count, left.is_unwritten},
                kReplace);
+}
+
+errcode_t ExtentTree::cut_from(std::uint64_t first, std::span<const Run> runs)
+{
+    if (open_error_ != 0) return open_error_;
+    for (auto run = runs.rbegin(); run != runs.rend() && run->end() > first; ++run) {
+        const std::uint64_t least = std::max(run->logical, first);
+        // A run is made of one extent or more: take them from its end.
+        for (std::uint64_t end = run->end(); end > least;) {
+            Run extent;
+            if (errcode_t error = read_extent_at(end - 1, extent)) return error;
+            if (errcode_t error = cut_extent(extent, least)) return error;
+            end = extent.logical;
+        }
+    }
+    return 0;
+}
+
+errcode_t ExtentTree::cut_extent(const Run& extent, std::uint64_t first)
+{
+    const std::uint64_t kept = first > extent.logical ? first - extent.logical : 0;
+    errcode_t error = 0;
+    if (kept != 0) {
+        error = put(part_of(extent, extent.logical, first, extent.is_unwritten), kReplace);
+    } else {
+        error = ext2fs_extent_delete(handle_.get(), 0);
+        if (error == 0) error = ext2fs_extent_fix_parents(handle_.get());
+        if (error == EXT2_ET_NO_CURRENT_NODE) error = 0;  // the tree is empty
+    }
+    if (error != 0) return error;
+    ext2fs_block_alloc_stats_range(fs_, extent.physical + kept,
+                                   static_cast<blk_t>(extent.count - kept), -1);
+    return ext2fs_iblk_sub_blocks(fs_, &inode_, extent.count - kept);
 }
 
 // Leaves the handle at the extent that holds `block`.

@@ -2,6 +2,8 @@
 #ifndef CORVANE_PLUGINS_EXT_EXTENT_TREE_HPP
 #define CORVANE_PLUGINS_EXT_EXTENT_TREE_HPP
 
+#include <span>
+
 #include "plugins/ext/layout.hpp"
 
 namespace corvane::ext {
@@ -22,13 +24,20 @@ public:
     // `done_end` says how far it came, on failure too.
     errcode_t make_written(std::uint64_t first, std::uint64_t end, std::uint64_t& done_end);
 
+    // Frees the blocks of the file from `first` on; `runs` are all it has. (ext2fs_punch takes a
+    // run that ends with the volume's last block for damage.)
+    errcode_t cut_from(std::uint64_t first, std::span<const Run> runs);
+
 private:
+    errcode_t cut_extent(const Run& extent, std::uint64_t first);
     errcode_t put(const Run& run, int how);
     errcode_t make_part_written(const Run& extent, std::uint64_t first, std::uint64_t end);
     errcode_t join_with_previous(std::uint64_t first);
     errcode_t read_extent_at(std::uint64_t block, Run& extent);
     errcode_t take_back(std::uint64_t block, const Run& run, errcode_t error);
 
+    ext2_filsys fs_;
+    ext2_inode& inode_;
     ExtentHandle handle_;
     errcode_t open_error_ = 0;
 };

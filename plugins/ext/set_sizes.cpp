@@ -26,8 +26,12 @@ void end_loan(Volume& volume, FileId id)
 
 void settle_returned(Volume& volume)
 {
-    for (const Returned& returned : volume.locks.take_returned()) {
+    // All bits first: ending a loan writes the bitmap to disk.
+    const auto all = volume.locks.take_returned();
+    for (const Returned& returned : all) {
         mark_held_back(volume, returned.freed, /*is_held=*/false);
+    }
+    for (const Returned& returned : all) {
         if (returned.has_loan) end_loan(volume, returned.file);
     }
 }

@@ -104,29 +104,35 @@ std::vector<BlockRange> SizeChange::blocks_to_prepare() const
 bool SizeChange::apply()
 {
     if (is_shrinking() && !shrink()) return false;
+    // With a map out, somebody may have written there already what the new size is to show.
+    if (new_bytes_ > old_bytes_ && holders_ == 0 && !zero_tail(old_bytes_)) return false;
     if (allocation_end_ && !fill()) return false;
     if (!reveal_prepared()) return false;
     if (const auto first = trim_from(); first && !cut_from(*first)) return false;
     return write_size() && reload_layout();
 }
 
-// Everything past the new end goes, so that blocks allocated there again read as zeros; the rest of
-// the last block does so too.
+// Everything past the new end goes, so that blocks allocated there again read as zeros.
 bool SizeChange::shrink()
 {
-    const std::uint64_t tail_bytes = new_bytes_ % fs_->blocksize;
+    return zero_tail(new_bytes_) && cut_from(end_block_) && reload_layout();
+}
+
+// Zeroes what the block that holds byte `end_bytes` - 1 has behind it.
+bool SizeChange::zero_tail(std::uint64_t end_bytes)
+{
+    const std::uint64_t tail_bytes = end_bytes % fs_->blocksize;
+    const std::uint64_t last_block = end_bytes / fs_->blocksize;
+    if (tail_bytes == 0) return true;
     for (const Run& run : layout_->runs) {
-        const bool holds_end =
-            tail_bytes != 0 && run.logical < end_block_ && end_block_ <= run.end();
-        if (!holds_end || run.is_unwritten) continue;
-        const std::uint64_t block = run.physical + (end_block_ - 1 - run.logical);
-        const std::uint64_t begin = block * fs_->blocksize;
+        if (run.is_unwritten || last_block < run.logical || last_block >= run.end()) continue;
+        const std::uint64_t begin = (run.physical + (last_block - run.logical)) * fs_->blocksize;
         if (!volume_.source.zero_block_tail(begin + tail_bytes, begin + fs_->blocksize,
                                             fs_->blocksize)) {
             return fail("zero the rest of the last block", EXT2_ET_SHORT_WRITE);
         }
     }
-    return cut_from(end_block_) && reload_layout();
+    return true;
 }
 
 bool SizeChange::fill()
@@ -159,8 +165,11 @@ bool SizeChange::prepare(const BlockRange& blocks)
 // now.
 bool SizeChange::reveal_prepared()
 {
+    const auto revealed = clip_ranges(prepared_, 0, end_block_);
+    if (revealed.empty())
+        return true;  // and no tree is opened: that would make one of an empty inode
     ExtentTree tree(fs_, file_.id.inode, file_.inode);
-    for (const BlockRange& blocks : clip_ranges(prepared_, 0, end_block_)) {
+    for (const BlockRange& blocks : revealed) {
         std::uint64_t done_end = blocks.first;
         const errcode_t error = tree.make_written(blocks.first, blocks.end(), done_end);
         if (error == 0) continue;
@@ -188,10 +197,12 @@ bool SizeChange::cut_from(std::uint64_t first_block)
         }
     }
     if (freed.empty()) return true;
-    if (errcode_t error = ext2fs_punch(fs_, file_.id.inode, &file_.inode, nullptr, first_block,
-                                       ~std::uint64_t{0})) {
-        return fail("free its blocks", error);
-    }
+    const errcode_t error =
+        file_.has_extents()
+            ? ExtentTree(fs_, file_.id.inode, file_.inode).cut_from(first_block, layout_->runs)
+            : ext2fs_punch(fs_, file_.id.inode, &file_.inode, nullptr, first_block,
+                           ~std::uint64_t{0});
+    if (error != 0) return fail("free its blocks", error);
     prepared_ = clip_ranges(prepared_, 0, first_block);
     if (holders_ != 0) {
         volume_.locks.hold_back(file_.id, freed);

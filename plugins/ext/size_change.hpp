@@ -34,6 +34,7 @@ private:
 
     bool apply();
     bool shrink();
+    bool zero_tail(std::uint64_t end_bytes);
     bool fill();
     bool fill_hole(std::uint64_t first, std::uint64_t end);
     bool fill_hole_indirect(std::uint64_t first, std::uint64_t end);
