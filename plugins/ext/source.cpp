@@ -3,7 +3,9 @@
 
 #include <ext2fs/ext2fs.h>
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -62,6 +64,11 @@ std::string Source::open(const std::string& path, bool is_writable)
     descriptor_ = ::open(path.c_str(), access | O_CLOEXEC | O_NONBLOCK | (is_device_ ? O_EXCL : 0));
     if (descriptor_ < 0) {
         return errno_text() + (is_writable ? "; make it writable or list it with \"ro\"" : "");
+    }
+    int is_read_only = 0;
+    if (is_device_ && is_writable && ::ioctl(descriptor_, BLKROGET, &is_read_only) == 0 &&
+        is_read_only != 0) {
+        return "the device is read-only; make it writable or list it with \"ro\"";
     }
     if (::flock(descriptor_, (is_writable ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
         return errno == EWOULDBLOCK ? "another program has locked it (a second daemon, or a second "

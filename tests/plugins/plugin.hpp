@@ -48,8 +48,8 @@ public:
     [[nodiscard]] Cookies find(const FsuniText& path) const;
     [[nodiscard]] Cookies find(const std::string& ascii_path) const;
     // The record lies at an odd address, between guard bytes that must stay as they are.
-    [[nodiscard]] Map map(const Cookies& file, std::int64_t start = 0, std::int64_t length = -1,
-                          std::int32_t flag = 0, std::uint32_t room_bytes = 64256) const;
+    Map map(const Cookies& file, std::int64_t start = 0, std::int64_t length = -1,
+            std::int32_t flag = 0, std::uint32_t room_bytes = 64256) const;
     std::uint32_t unlock(const Cookies& file) const;
     std::uint32_t set_sizes(const Cookies& file, std::int64_t size, std::int64_t allocation) const;
 };
