@@ -19,7 +19,10 @@ endforeach()
 if(EXISTS ${PROJECT_SOURCE_DIR}/mdcmain/main.cpp)
     add_executable(corvaned ${PROJECT_SOURCE_DIR}/mdcmain/main.cpp)
     target_link_libraries(corvaned PRIVATE corvane_static)
-    target_link_options(corvaned PRIVATE ${CORVANE_STATIC_RUNTIME})
+    # Plug-ins find the log here, and nothing else of ours.
+    set(daemon_exports ${PROJECT_SOURCE_DIR}/cmake/corvaned_exports.list)
+    target_link_options(corvaned PRIVATE ${CORVANE_STATIC_RUNTIME} -Wl,--dynamic-list=${daemon_exports})
+    set_target_properties(corvaned PROPERTIES LINK_DEPENDS ${daemon_exports})
     install(TARGETS corvaned RUNTIME DESTINATION bin COMPONENT corvane)
 endif()
 # Other programs link from sdk: the daemon takes every library in lib for a plug-in.
