@@ -52,9 +52,9 @@ bool language_file_exists() noexcept
 
 void open_catalogue(const char* path) noexcept
 {
-    if (corvane_cat == nullptr || corvane_cat == VOR_NO_CATALOGUE) {
-        corvane_cat = vor_catopen(path, kCatalogueFlags);
-    }
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): -1 is how the catalogue's interface says "none".
+    const bool is_open = corvane_cat != nullptr && corvane_cat != VOR_NO_CATALOGUE;
+    if (!is_open) corvane_cat = vor_catopen(path, kCatalogueFlags);
 }
 
 // Empties langName, so that the path is looked for again, when the language file is there, or when

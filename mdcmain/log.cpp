@@ -143,6 +143,9 @@ void write_message(const char* format, va_list arguments) noexcept
 }  // namespace
 }  // namespace corvane
 
+void localSemLock(void) noexcept {}
+void localSemUnlock(void) noexcept {}
+
 void sanos_log(const char* format, ...) noexcept
 {
     if (!corvane::enter()) {

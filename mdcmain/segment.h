@@ -116,10 +116,11 @@ CORVANE_API void fused_mapShared(void) CORVANE_NOEXCEPT;
 /* Writes every default into the attached segment; does nothing without one. */
 CORVANE_API void fused_setDefaults(void) CORVANE_NOEXCEPT;
 
-/* Settings. Getters map the segment first; setters require an attached one. */
+/* Settings. Getters map the segment first, and so do the setters of the buffer size and the directory;
+ * the other setters do nothing without an attached segment. */
 CORVANE_API int32_t fused_getDgram(void) CORVANE_NOEXCEPT;            /* listener threads */
 CORVANE_API void fused_setDgram(int32_t count) CORVANE_NOEXCEPT;
-CORVANE_API int32_t fused_getSPBufferSize(void) CORVANE_NOEXCEPT;     /* bytes, 1 to 65536 */
+CORVANE_API int32_t fused_getSPBufferSize(void) CORVANE_NOEXCEPT;     /* bytes, at most 65536 */
 CORVANE_API int32_t fused_setSPBufferSize(int32_t kilobytes) CORVANE_NOEXCEPT; /* returns bytes */
 CORVANE_API char* fused_getOptionalDir(char* buffer) CORVANE_NOEXCEPT; /* 256 bytes of room */
 CORVANE_API void fused_setOptionalDir(const char* text) CORVANE_NOEXCEPT; /* "-" clears it */

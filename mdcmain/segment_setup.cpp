@@ -4,6 +4,7 @@
 #include <sys/utsname.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -44,7 +45,7 @@ int get_segment(int64_t bytes) noexcept
 void attach(int id) noexcept
 {
     void* const at = shmat(id, nullptr, 0);
-    if (at == reinterpret_cast<void*>(-1)) {
+    if (reinterpret_cast<std::intptr_t>(at) == -1) {
         fs = nullptr;
         fail_with_errno("fs=shmat failed");
     }

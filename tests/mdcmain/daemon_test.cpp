@@ -28,8 +28,6 @@ using corvane::test::in_private_machine;
 using corvane::test::read_file;
 using corvane::test::status_of_child;
 using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::Not;
 
 constexpr char kLog[] = "/usr/Corvane/mclog0";
 constexpr std::uint16_t kPort = 5501;

@@ -29,7 +29,6 @@ using corvane::test::status_of_child;
 using corvane::test::write_file;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
 using ::testing::Not;
 
 constexpr char kLog[] = "/usr/Corvane/mclog0";
@@ -352,7 +351,7 @@ public:
         const int connection = connect_to();
         EXPECT_EQ(write(connection, request.data(), request.size()),
                   static_cast<ssize_t>(request.size()));
-        const Answer answer = take_answer(connection);
+        Answer answer = take_answer(connection);
         close(connection);
         return answer;
     }

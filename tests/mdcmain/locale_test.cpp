@@ -20,13 +20,12 @@ using corvane::message_text;
 using corvane::test::in_private_machine;
 using corvane::test::kCatalogue;
 using corvane::test::read_file;
-using corvane::test::status_of_child;
 using corvane::test::write_catalogue;
 using corvane::test::write_file;
 using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::Not;
 
+// -1 is how the catalogue's interface says "none".
+auto* const kNoCatalogue = VOR_NO_CATALOGUE;  // NOLINT(performance-no-int-to-ptr): as said
 constexpr char kLanguageFile[] = "/usr/Corvane/lang.txt";
 constexpr char kLog[] = "/usr/Corvane/mclog0";
 
@@ -214,9 +213,9 @@ TEST(NewSegment, StartUpOpensItsCatalogue)
         fused_mapShared();
         corvane::open_creators_catalogue();
         EXPECT_NE(corvane_cat, nullptr);
-        EXPECT_NE(corvane_cat, VOR_NO_CATALOGUE);
+        EXPECT_NE(corvane_cat, kNoCatalogue);
         EXPECT_STREQ(message_text(595), "from the file");
-        const vor_cat_t open = corvane_cat;
+        auto* const open = corvane_cat;
         std::strcpy(fs->nlsPath, "/tmp/other");
         corvane::open_creators_catalogue();
         EXPECT_EQ(corvane_cat, open);
@@ -302,7 +301,7 @@ TEST(ExistingSegment, KeepsItsPathWhenNoneIsFoundAndTestsItsPunctuation)
         EXPECT_STREQ(fs->nlsPath, "/opt/fr/x.cat");
         EXPECT_STREQ(glbNlsPath, "");
         EXPECT_EQ(fs->thousandsSep, '.');
-        EXPECT_EQ(corvane_cat, VOR_NO_CATALOGUE);
+        EXPECT_EQ(corvane_cat, kNoCatalogue);
         EXPECT_STREQ(message_text(595), "Error not defined\n");
     });
 }
@@ -346,7 +345,7 @@ TEST(ExistingSegment, AnOpenCatalogueStaysOpen)
     in_private_machine([] {
         fused_mapShared();
         attach_again();
-        const vor_cat_t open = corvane_cat;
+        auto* const open = corvane_cat;
         write_catalogue("/tmp/other.cat", "595 other\n");
         std::strcpy(fs->nlsPath, "/tmp/other.cat");
         corvane::refresh_language();

@@ -26,7 +26,6 @@ using corvane::test::permissions_of;
 using corvane::test::read_file;
 using corvane::test::write_file;
 using ::testing::EndsWith;
-using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
@@ -76,7 +75,7 @@ TEST(Log, TheDateIsLocalMonthAndDay)
             before = std::time(nullptr);
             sanos_log("x\n");
         } while (std::time(nullptr) / 60 != before / 60);
-        const std::time_t shifted = before - 11 * 3600;
+        const std::time_t shifted = before - std::time_t{11} * 3600;
         std::tm wanted{};
         gmtime_r(&shifted, &wanted);
         std::array<char, 32> text{};
@@ -204,6 +203,7 @@ TEST(Log, ThreadsNeverWaitAndNeverTearALine)
         constexpr int kThreads = 4;
         constexpr int kMessages = 500;
         std::vector<std::thread> threads;
+        threads.reserve(kThreads);
         for (int thread = 0; thread < kThreads; ++thread) {
             threads.emplace_back([thread] {
                 for (int i = 0; i < kMessages; ++i)

@@ -21,7 +21,6 @@ using corvane::test::status_of_child;
 using corvane::test::write_file;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 namespace layout = corvane::test::layout;
 
 constexpr int kKey = 1124;

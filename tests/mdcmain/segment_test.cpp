@@ -20,8 +20,6 @@ using corvane::test::in_private_machine;
 using corvane::test::kCatalogue;
 using corvane::test::read_file;
 using corvane::test::write_file;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
 namespace layout = corvane::test::layout;
 
 std::string_view raw(std::size_t offset, std::size_t bytes)

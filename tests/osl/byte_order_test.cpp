@@ -64,7 +64,7 @@ TEST(BytesToString, WritesUpperCasePairsAndTrimsZerosAndBlanks)
         {{"\x12\x30", 2}, "12 3"},
         {{"\x10\x00", 2}, "1"},
         {{"\x00", 1}, ""},
-        {{"", 0}, ""},
+        {{}, ""},
         {{"\xAB\xCD\xEF", 3}, "AB CD EF"},
         {{"\x00\x01", 2}, "00 01"},
         {{"\x00\x00\x00", 3}, ""},
