@@ -18,8 +18,10 @@ find_package(Threads REQUIRED)
 
 find_program(CORVANE_CCACHE ccache)
 if(CORVANE_CCACHE)
+    # The sloppiness is what ccache asks for before it touches precompiled headers.
     set(CMAKE_C_COMPILER_LAUNCHER ${CORVANE_CCACHE})
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${CORVANE_CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER
+        ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CORVANE_CCACHE})
 endif()
 
 # Every target of ours takes its warnings, include root and sanitizers from this one.
@@ -31,6 +33,10 @@ target_compile_options(corvane_options INTERFACE
     -Wall -Wextra -Wshadow -Wconversion -Wcast-align -Werror
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
     $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:Clang>>:-Wthread-safety>)
+# g++ 12 takes inlined std::string concatenation for overlapping copies; and a text that is cut at its
+# field's size is what we mean by snprintf.
+target_compile_options(corvane_options INTERFACE
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict -Wno-format-truncation>)
 target_link_libraries(corvane_options INTERFACE Threads::Threads ${CMAKE_DL_LIBS})
 if(CORVANE_SANITIZE)
     target_compile_options(corvane_options INTERFACE
@@ -65,6 +71,7 @@ function(corvane_add_test module name)
     set(target ${module}_${name}_test)
     add_executable(${target} ${PROJECT_SOURCE_DIR}/tests/${module}/${name}_test.cpp ${test_SOURCES})
     target_link_libraries(${target} PRIVATE corvane_static ${test_LIBRARIES} GTest::gmock GTest::gtest_main)
+    target_precompile_headers(${target} REUSE_FROM corvane_test_headers)
     if(NOT test_TIMEOUT)
         set(test_TIMEOUT 300)
     endif()
