@@ -47,24 +47,24 @@ TrackedRequest* tracked(LanTracker* entry) noexcept
     return static_cast<TrackedRequest*>(static_cast<void*>(entry));
 }
 
-TrackedRequest** new_buckets(std::size_t count) noexcept
+TrackerBucket* new_buckets(std::size_t count) noexcept
 {
-    return static_cast<TrackedRequest**>(
-        OSL_Calloc(count * sizeof(TrackedRequest*), allocation_tag("rcrt")));
+    return static_cast<TrackerBucket*>(
+        OSL_Calloc(count * sizeof(TrackerBucket), allocation_tag("rcrt")));
 }
 
 // Puts an entry behind the older ones of its bucket.
 void enter(TrackerIndex& index, TrackedRequest* entry) noexcept
 {
     entry->same_bucket = nullptr;
-    TrackedRequest** link = &index.buckets[bucket_of(index, entry->hash)];
+    TrackedRequest** link = &index.buckets[bucket_of(index, entry->hash)].oldest;
     while (*link != nullptr) link = &(*link)->same_bucket;
     *link = entry;
 }
 
 void leave(TrackerIndex& index, const TrackedRequest* entry) noexcept
 {
-    TrackedRequest** link = &index.buckets[bucket_of(index, entry->hash)];
+    TrackedRequest** link = &index.buckets[bucket_of(index, entry->hash)].oldest;
     while (*link != entry) link = &(*link)->same_bucket;
     *link = entry->same_bucket;
 }
@@ -72,14 +72,14 @@ void leave(TrackerIndex& index, const TrackedRequest* entry) noexcept
 // Twice the buckets. Each old bucket is entered from its oldest entry on, which keeps the order.
 void grow(TrackerIndex& index) noexcept
 {
-    TrackedRequest** const wider = new_buckets(2 * index.bucket_count);
+    TrackerBucket* const wider = new_buckets(2 * index.bucket_count);
     if (wider == nullptr) return;  // longer buckets are still right
-    TrackedRequest** const narrow = index.buckets;
+    TrackerBucket* const narrow = index.buckets;
     const std::size_t narrow_count = index.bucket_count;
     index.buckets = wider;
     index.bucket_count = 2 * narrow_count;
     for (std::size_t i = 0; i < narrow_count; ++i) {
-        for (TrackedRequest* entry = narrow[i]; entry != nullptr;) {
+        for (TrackedRequest* entry = narrow[i].oldest; entry != nullptr;) {
             TrackedRequest* const next = entry->same_bucket;
             enter(index, entry);
             entry = next;
@@ -194,7 +194,7 @@ LanTracker* TrackerList::find_indexed(const TrackerIndex& index, const RequestId
 {
     const Identifier identifier = identifier_of(id.header);
     const std::uint64_t hash = hash_of(identifier, index.seed);
-    TrackedRequest* entry = index.buckets[bucket_of(index, hash)];
+    TrackedRequest* entry = index.buckets[bucket_of(index, hash)].oldest;
     for (; entry != nullptr; entry = entry->same_bucket) {
         if (entry->hash != hash || identifier_of(entry->listed.header) != identifier) continue;
         if (is_from(entry->listed, id, others)) return &entry->listed;

@@ -39,12 +39,17 @@ struct RequestId {
 // An entry for a request that begins, not listed yet; null when memory is short. No lock is needed.
 [[nodiscard]] TrackerPtr new_tracker(const RequestId& id) noexcept;
 
+// The entries whose identifiers hash alike, oldest first.
+struct TrackerBucket {
+    TrackedRequest* oldest;
+};
+
 // The server's own part: hash buckets by message identifier, and the chain of complete entries,
 // both oldest first. It describes the list as long as only this module changed it.
 struct TrackerIndex {
     LanTracker* first;  // the list's ends when it was last changed here
     LanTracker* last;
-    TrackedRequest** buckets;
+    TrackerBucket* buckets;
     std::size_t bucket_count;  // a power of two
     std::size_t entry_count;
     TrackedRequest* oldest_complete;
