@@ -11,3 +11,9 @@ target_link_libraries(corvane_memory_plugin PRIVATE corvane_options)
 target_link_options(corvane_memory_plugin PRIVATE ${CORVANE_STATIC_RUNTIME})
 set_target_properties(corvane_memory_plugin PROPERTIES PREFIX ""
     LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bench_plugins)
+
+# Everything that run_daemon_bench starts; the private machine comes with the tests.
+if(TARGET corvane_sandbox)
+    add_custom_target(daemon_bench DEPENDS
+        corvaned corvane_catalogues corvane_sandbox echo_server load_generator corvane_memory_plugin)
+endif()

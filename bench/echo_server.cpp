@@ -32,6 +32,12 @@ std::uint32_t code_of(const std::byte* request)
     return code < kCodes ? code : std::min(__builtin_bswap32(code), kCodes - 1);
 }
 
+// Only this machine is answered: an open echo would be a gift to others.
+bool is_local(const sockaddr_in& sender)
+{
+    return ntohl(sender.sin_addr.s_addr) >> 24U == 127;
+}
+
 [[noreturn]] void serve(int socket, const ReplySizes& sizes)
 {
     std::vector<std::byte> buffer(kBuffer_bytes);
@@ -40,7 +46,7 @@ std::uint32_t code_of(const std::byte* request)
         socklen_t sender_bytes = sizeof sender;
         const ssize_t received = recvfrom(socket, buffer.data(), buffer.size(), 0,
                                           reinterpret_cast<sockaddr*>(&sender), &sender_bytes);
-        if (received < static_cast<ssize_t>(kHeader_bytes)) continue;
+        if (received < static_cast<ssize_t>(kHeader_bytes) || !is_local(sender)) continue;
         (void)sendto(socket, buffer.data(), sizes.at(code_of(buffer.data())), 0,
                      reinterpret_cast<const sockaddr*>(&sender), sender_bytes);
     }
@@ -69,7 +75,7 @@ int main(int argc, char** argv)
     if (!is_good) {
         std::fputs(
             "Usage: echo_server PORT THREADS [BYTES...]\n"
-            "Answers each datagram on 127.0.0.1 with its own first bytes: as many as the "
+            "Answers each datagram from 127.0.0.0/8 with its own first bytes: as many as the "
             "BYTES given for its\nfunction code (1 to 5, in this order; 48 when not given).\n",
             stderr);
         return 2;
@@ -78,7 +84,8 @@ int main(int argc, char** argv)
     sockaddr_in local{};
     local.sin_family = AF_INET;
     local.sin_port = htons(static_cast<std::uint16_t>(port));
-    local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    local.sin_addr.s_addr =
+        htonl(INADDR_ANY);  // as the daemon: the kernel's work is to be the same
     if (socket < 0 || bind(socket, reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) {
         std::perror("echo_server: cannot bind");
         return 1;

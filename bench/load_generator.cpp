@@ -9,11 +9,13 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -52,6 +54,7 @@ std::uint64_t time_to_first_answer(const Options& options, const std::vector<std
 {
     using Clock = std::chrono::steady_clock;
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     corvane::bench::RequestWriter writer(options.style);
@@ -114,9 +117,9 @@ try {
     app.add_flag("--tracked", options.style.is_tracked, "ask for duplicate detection");
     app.add_flag("--foreign", options.style.is_foreign, "use the other byte order");
     app.add_flag("--echo", options.is_echo, "the server only echoes: do not judge its replies");
-    app.add_option("--first-answer", command,
-                   "start this command instead and tell how long its first answer took")
-        ->expected(1, 16);
+    app.add_option("command", command,
+                   "behind \"--\": start this instead, and tell how long its first answer took")
+        ->expected(0, 16);
     CLI11_PARSE(app, argc, argv);
     const auto known_mix = corvane::bench::mix_by_name(mix);
     if (!known_mix || !parse_loopback(address, options.address)) {
