@@ -1,0 +1,1 @@
+corvane_add_fuzz(smb_conf)
