@@ -14,6 +14,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <random>
 #include <string>
 #include <string_view>
 
@@ -53,7 +54,8 @@ Answer take_answer(int connection)
     message.msg_control = control.data();
     message.msg_controllen = control.size();
     answer.bytes = recvmsg(connection, &message, 0);
-    if (answer.bytes > 0) answer.data.assign(data.data(), static_cast<std::size_t>(answer.bytes));
+    if (answer.bytes <= 0) return answer;
+    answer.data.assign(data.data(), static_cast<std::size_t>(answer.bytes));
     const cmsghdr* const header = CMSG_FIRSTHDR(&message);
     if (header == nullptr) return answer;
     EXPECT_EQ(header->cmsg_level, SOL_SOCKET);
@@ -249,6 +251,29 @@ TEST(DescriptorRequest, PercentSignsAreLoggedAsTheyStand)
     with_segment([] {
         EXPECT_EQ(ask("%s%n%%").bytes, 0);
         EXPECT_THAT(read_file(kLog), HasSubstr("Open failed for: \"%s%n%%\": "));
+    });
+}
+
+// Bytes of any kind, behind each of the beginnings that mean something.
+TEST(DescriptorRequest, HostileBytesCostOnlyTheirConnection)
+{
+    with_segment([] {
+        fs->logLevel = 3;
+        fs->logMode = 2;  // into the ring
+        std::mt19937 random(20260101);
+        write_file("/tmp/data", "x");
+        for (int round = 0; round < 500; ++round) {
+            std::string request =
+                std::array{"", "/tmp/", "logop/tmp/", "logrm/tmp/", "log", "/"}[random() % 6];
+            const std::size_t length = random() % (random() % 8 == 0 ? 5000 : 40);
+            while (request.size() < length) request += static_cast<char>(random() & 0xFFU);
+            const Answer answer = ask(request);
+            // Bytes behind the one read turn the end of file into a reset.
+            EXPECT_TRUE(answer.bytes <= 0 || (answer.bytes == 256 && answer.file >= 0)) << round;
+            if (answer.file >= 0) close(answer.file);
+        }
+        EXPECT_NE(ask("/tmp/data").file, -1);
+        EXPECT_EQ(fs->other22, 0) << "the word behind the log's ring";
     });
 }
 
