@@ -17,7 +17,7 @@
 #include <cstring>
 #include <memory>
 
-#include "fsmdc/catalogue_message.hpp"
+#include "mdcmain/catalogue_message.hpp"
 #include "mdcmain/log.h"
 #include "mdcmain/segment.h"
 #include "osl/bytes.hpp"

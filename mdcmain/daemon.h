@@ -1,20 +1,16 @@
-/* The daemon's frame: its global lock, the three log handlers, and the datagram server. */
+/* The daemon's frame: its global lock, and the three handlers that lead debug output into the log.
+ */
 #ifndef CORVANE_MDCMAIN_DAEMON_H
 #define CORVANE_MDCMAIN_DAEMON_H
 
 #include <semaphore.h>
 #include <stdint.h>
 
-#include "lan/dgram.h"
-#include "lan/server.h"
 #include "osl/export.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-/* This process's one LAN server; null before DgramServer. */
-CORVANE_API extern LanServer* info;
 
 /* The daemon's global lock: a counting semaphore of value 1, for code that needs one. */
 CORVANE_API extern sem_t g_corvanedsem;
@@ -33,17 +29,6 @@ CORVANE_API int32_t corvaned_unlock(void) CORVANE_NOEXCEPT;
 CORVANE_API void myDebug(const char* text) CORVANE_NOEXCEPT;
 CORVANE_API void myDebug2(const char* text) CORVANE_NOEXCEPT;
 CORVANE_API void myError(const char* text) CORVANE_NOEXCEPT;
-
-/* Builds the LAN server, prepares the metadata service, and starts the listener threads on `port`
- * (host order). Returns 0. When the port cannot be had it logs message 595 and ends the process
- * with status 1. */
-CORVANE_API int32_t DgramServer(uint16_t port) CORVANE_NOEXCEPT;
-
-/* The listeners' DgramHandler: answers one datagram. `server` is a LanServer. Returns 0. Any
- * thread. */
-CORVANE_API int32_t DgramServer_MessageHandler(void* message, int32_t length_bytes,
-                                               DgramReplyAddr* sender,
-                                               void* server) CORVANE_NOEXCEPT;
 
 #ifdef __cplusplus
 }

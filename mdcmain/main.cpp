@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "mdcmain/daemon.h"
+#include "mdcmain/datagram_server.h"
 #include "mdcmain/descriptor_server.h"
 #include "mdcmain/language.hpp"
 #include "mdcmain/segment.h"

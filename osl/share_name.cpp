@@ -9,7 +9,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "mdcmain/log.hpp"
+#include "mdcmain/catalogue_message.hpp"
+#include "mdcmain/log.h"
 #include "mdcmain/segment.hpp"
 #include "osl/c_file.hpp"
 #include "osl/fsuni.h"
@@ -155,7 +156,7 @@ uint32_t OSL_ShareNameToMountPoint(const FSUNI* share_name, FSUNI* result,
     }
     char path[corvane::kNameBytes] = {};
     if (sambaCheck(name, path) == -1) {
-        sanos_log(corvane::message_text(corvane::kTextNotMounted), name);
+        corvane::log_message(corvane::kTextNotMounted, static_cast<const char*>(name));
         return corvane::kBadShareName;
     }
     OSL_MultiByte2Uni(result, path[0] == 0 ? name : path, capacity_units);
@@ -173,7 +174,7 @@ int32_t sambaCheck(const char* share_name, char* path) noexcept
         token_getToken(corvane::kDefaultFiles, ':', index, file, sizeof file);
         if (corvane::file_exists(file) && parseSmbConfFile(file, share_name, path) == 0) return 0;
     }
-    sanos_log("%s", corvane::message_text(corvane::kTextNoConfiguration));
+    corvane::log_message(corvane::kTextNoConfiguration);
     return -1;
 }
 

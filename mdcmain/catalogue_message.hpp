@@ -1,8 +1,9 @@
 // Operator messages by number. Their texts come from a file, so their conversions are checked
 // against the arguments before anything is formatted with them.
-#ifndef CORVANE_FSMDC_CATALOGUE_MESSAGE_HPP
-#define CORVANE_FSMDC_CATALOGUE_MESSAGE_HPP
+#ifndef CORVANE_MDCMAIN_CATALOGUE_MESSAGE_HPP
+#define CORVANE_MDCMAIN_CATALOGUE_MESSAGE_HPP
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -36,9 +37,9 @@ enum class ArgumentKind : std::uint8_t { kText, kInt, kLongLong };
 template <class... Arguments>
 void log_message(std::int32_t number, Arguments... arguments) noexcept
 {
-    const ArgumentKind kinds[] = {kind_of(arguments)...};
+    const std::array<ArgumentKind, sizeof...(arguments)> kinds = {kind_of(arguments)...};
     const char* const text = message_text(number);
-    if (takes_arguments(text, kinds, sizeof...(arguments))) {
+    if (takes_arguments(text, kinds.data(), kinds.size())) {
         sanos_log(text, arguments...);
     } else {
         sanos_log("%s", text);

@@ -1,5 +1,5 @@
 // The check of a foreign format text.
-#include "fsmdc/catalogue_message.hpp"
+#include "mdcmain/catalogue_message.hpp"
 
 #include <cstring>
 

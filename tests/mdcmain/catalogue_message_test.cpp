@@ -1,5 +1,5 @@
 // Which texts of a catalogue may be formatted with which arguments.
-#include "fsmdc/catalogue_message.hpp"
+#include "mdcmain/catalogue_message.hpp"
 
 #include <gtest/gtest.h>
 
