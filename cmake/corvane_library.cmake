@@ -9,7 +9,10 @@ add_library(corvane_shared SHARED)
 set_target_properties(corvane_shared PROPERTIES OUTPUT_NAME corvane)
 target_link_libraries(corvane_shared PRIVATE corvane_options)
 # Only what is marked CORVANE_API leaves the library: not even the C++ runtime's own names.
-target_link_options(corvane_shared PRIVATE ${CORVANE_STATIC_RUNTIME} -Wl,--exclude-libs,ALL)
+set(library_names ${PROJECT_SOURCE_DIR}/cmake/libcorvane.map)
+target_link_options(corvane_shared PRIVATE ${CORVANE_STATIC_RUNTIME} -Wl,--exclude-libs,ALL
+    -Wl,--version-script=${library_names})
+set_target_properties(corvane_shared PROPERTIES LINK_DEPENDS ${library_names})
 
 foreach(module ${CORVANE_MODULES})
     target_sources(corvane_static PRIVATE $<TARGET_OBJECTS:${module}>)
