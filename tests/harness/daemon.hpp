@@ -41,8 +41,8 @@ protected:
 
     World& world() { return *world_; }
 
-    // Starts corvaned with these options and waits until both its services answer. Any extra
-    // settings of the environment go in front of those that a sanitizer needs.
+    // Starts corvaned with these options, in `environment_`, and waits until both its services
+    // answer.
     void start(const std::vector<std::string>& options = {"-d"});
     // Starts it without waiting for its services.
     pid_t launch(const std::vector<std::string>& options);

@@ -11,6 +11,7 @@
 #include <sys/shm.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -238,7 +239,7 @@ private:
         std::vector<std::string> found;
         const pid_t end = std::max(highest_pid_, newest_pid()) + 1;
         for (pid_t pid = 2; pid < end; ++pid) {
-            if (::kill(pid, 0) == 0) found.push_back(std::to_string(pid));
+            if (::syscall(SYS_tgkill, pid, pid, 0) == 0) found.push_back(std::to_string(pid));
         }
         Packet reply;
         append_list(reply.payload, found);
