@@ -33,7 +33,7 @@ public:
 
     void insert(Record& record, std::uint64_t hash) noexcept
     {
-        if (count_ >= kLoad * buckets_) split_one();
+        if (count_ >= Links::kLoad * buckets_) split_one();
         Record*& head = bucket(index_of(hash));
         Links::next(record) = head;
         head = &record;
@@ -64,7 +64,6 @@ public:
     }
 
 private:
-    static constexpr std::size_t kLoad = 3;
     static constexpr std::size_t kSegmentBuckets = 512;  // one page of pointers
     using Segment = Record* [kSegmentBuckets];
 
@@ -112,7 +111,8 @@ private:
         return segments_[have] != nullptr;
     }
 
-    // The directory is tiny beside the segments: a million records need 650 of its entries.
+    // The directory is tiny beside the segments: a million records need 2000 of its entries at the
+    // most.
     [[nodiscard]] bool grow_directory() noexcept
     {
         const std::size_t room = segment_room_ == 0 ? 64 : 2 * segment_room_;

@@ -24,6 +24,7 @@ struct Dispatcher {
 static_assert(std::is_standard_layout_v<Dispatcher>);
 
 struct CookieLinks {
+    static constexpr std::size_t kLoad = 1;
     static Dispatcher*& next(Dispatcher& dispatcher) noexcept { return dispatcher.next_by_cookie; }
     static std::uint64_t hash(const Dispatcher& dispatcher) noexcept
     {

@@ -102,7 +102,7 @@ private:
     static void write(const MapAnswer& answer, void* record, std::uint32_t room)
     {
         const std::size_t count = std::min<std::size_t>(answer.record.size(), room);
-        std::memcpy(record, answer.record.data(), count);
+        if (count > 0) std::memcpy(record, answer.record.data(), count);
         if (script.scribble) script.scribble(record);
     }
     static std::uint32_t get_vol_by_cookie(const void* volume_cookie, void* record,

@@ -18,15 +18,8 @@ protected:
     Hostile()
     {
         collect_traces();  // so that every dump runs
-        EXPECT_EQ(LAN_InitServer(&server_), 0u);
-        LAN_RegisterMessageHandler(server_, 1, SP_LanGetVolume);
-        LAN_RegisterMessageHandler(server_, 2, SP_LanGetInitialMap);
-        LAN_RegisterMessageHandler(server_, 3, SP_LanGetExtendedMap);
-        LAN_RegisterMessageHandler(server_, 4, SP_LanSetSize);
-        LAN_RegisterMessageHandler(server_, 5, SP_LanClose);
         AddVolumeDispatcherToList(cookie(0x10).data(), &PluginA::library);
     }
-    ~Hostile() override { std::free(server_); }
 
     // Processes the datagram in a block that ends where what may be read of it does. Returns the
     // reply's length, 0 without a reply.
@@ -49,7 +42,19 @@ protected:
         return length;
     }
 
-    LanServer* server_ = nullptr;
+    // A server cannot be shut down: one serves all tests.
+    static LanServer* make_server()
+    {
+        LanServer* server = nullptr;
+        EXPECT_EQ(LAN_InitServer(&server), 0u);
+        LAN_RegisterMessageHandler(server, 1, SP_LanGetVolume);
+        LAN_RegisterMessageHandler(server, 2, SP_LanGetInitialMap);
+        LAN_RegisterMessageHandler(server, 3, SP_LanGetExtendedMap);
+        LAN_RegisterMessageHandler(server, 4, SP_LanSetSize);
+        LAN_RegisterMessageHandler(server, 5, SP_LanClose);
+        return server;
+    }
+    static inline LanServer* const server_ = make_server();
 };
 
 // A full request of each kind, both byte orders.
