@@ -40,7 +40,9 @@ void log_message(std::int32_t number, Arguments... arguments) noexcept
     const std::array<ArgumentKind, sizeof...(arguments)> kinds = {kind_of(arguments)...};
     const char* const text = message_text(number);
     if (takes_arguments(text, kinds.data(), kinds.size())) {
-        sanos_log(text, arguments...);
+        // The last argument is taken by no conversion; without any, compilers take this for a
+        // mistake.
+        sanos_log(text, arguments..., 0);
     } else {
         sanos_log("%s", text);
     }
