@@ -56,20 +56,21 @@ const char* built_in_text(std::int32_t message) noexcept
     return "BAD MSGID VALUE";
 }
 
-}  // namespace
-
-MCSetT* MCGetSet(vor_cat_t catalogue, std::int32_t number) noexcept
+// Behind the exported look-ups, which another library may replace and the compiler therefore does
+// not look into: most of a text's price would be calls.
+inline MCSetT* find_set(vor_cat_t catalogue, std::int32_t number) noexcept
 {
     if (catalogue == nullptr || catalogue == VOR_NO_CATALOGUE || number < 0) return nullptr;
     MCSetT* const sets = catalogue->sets;
     const std::int64_t index = bounded_bisection(
         catalogue->numSets, number, number, [sets](std::int64_t at) { return sets[at].setId; });
     if (index < 0) return nullptr;
-    if (!corvane::is_loaded(sets[index])) load_once(catalogue, sets[index]);
+    if (!corvane::is_loaded(sets[index])) [[unlikely]]
+        load_once(catalogue, sets[index]);
     return &sets[index];
 }
 
-MCMsgT* MCGetMsg(MCSetT* set, std::int32_t number) noexcept
+inline MCMsgT* find_message(MCSetT* set, std::int32_t number) noexcept
 {
     if (set == nullptr || number < 1 || !corvane::is_loaded(*set)) return nullptr;
     auto* const messages = corvane::slot_address<MCMsgT>(set->msgIndex);
@@ -79,12 +80,24 @@ MCMsgT* MCGetMsg(MCSetT* set, std::int32_t number) noexcept
     return index < 0 ? nullptr : &messages[index];
 }
 
+}  // namespace
+
+MCSetT* MCGetSet(vor_cat_t catalogue, std::int32_t number) noexcept
+{
+    return find_set(catalogue, number);
+}
+
+MCMsgT* MCGetMsg(MCSetT* set, std::int32_t number) noexcept
+{
+    return find_message(set, number);
+}
+
 const char* vor_catgets(vor_cat_t catalogue, std::int32_t set, std::int32_t message,
                         const char* default_text) noexcept
 {
     if (fused_getNls() == 0) return built_in_text(message);
     if (catalogue == VOR_NO_CATALOGUE) return default_text == nullptr ? "" : default_text;
-    const MCMsgT* const found = MCGetMsg(MCGetSet(catalogue, set), message);
+    const MCMsgT* const found = find_message(find_set(catalogue, set), message);
     if (found == nullptr) return built_in_text(message);
     return corvane::slot_address<const char>(found->textOffset);
 }
