@@ -12,6 +12,7 @@ using namespace corvane::kel;
 
 struct DbcsReader {
     static constexpr bool kAscii = true;
+    static constexpr bool kOneToOne = false;
     const std::uint8_t* at;
     const std::uint8_t* end;
 
@@ -46,6 +47,7 @@ private:
 
 struct DbcsWriter {
     static constexpr bool kAscii = true;
+    static constexpr bool kOneToOne = false;
     std::uint8_t* at;
     std::uint8_t* end;
 

@@ -13,85 +13,101 @@ using namespace corvane::kel;
 // The two directions of the range block; each numbers its characters and codes linearly.
 enum class Direction { kFromUcs2, kToUcs2 };
 
-struct RangeEntry {
-    std::uint16_t first;
-    std::uint16_t last;
-    std::uint16_t kind;
-    std::uint16_t parameter;
+// A range of keys in four words: the first key, the last, the kind, a parameter.
+struct Range {
+    std::uint64_t words;
+
+    [[nodiscard]] std::uint32_t first() const noexcept { return word(0); }
+    [[nodiscard]] std::uint32_t last() const noexcept { return word(1); }
+    [[nodiscard]] std::uint32_t kind() const noexcept { return word(2); }
+
+    // A key's place in the range, counted from the parameter.
+    [[nodiscard]] std::uint32_t offset(std::uint32_t key) const noexcept
+    {
+        return key - first() + word(3);
+    }
+
+private:
+    [[nodiscard]] std::uint32_t word(int number) const noexcept
+    {
+        return static_cast<std::uint32_t>(words >> (16 * number)) & 0xFFFF;
+    }
 };
 
-// One direction of the range block. Its three lists are counted in words from one place; what would
-// lie outside the image is not there.
+// A list of 16-bit words of the range block, as far as the image has it.
+struct WordList {
+    const std::uint8_t* words = nullptr;
+    std::uint32_t count = 0;
+
+    [[nodiscard]] std::uint32_t operator[](std::uint32_t number) const noexcept
+    {
+        return load_le16(words + 2 * std::size_t{number});
+    }
+    [[nodiscard]] Range range(std::uint32_t number) const noexcept
+    {
+        const std::uint8_t* const at = words + 2 * std::size_t{number};
+        return {load_le32(at) | std::uint64_t{load_le32(at + 4)} << 32};
+    }
+};
+
+// One direction of the range block: the ranges, an index over them, and the values that some list.
 class Ranges {
 public:
     Ranges(const TableImage& table, Direction direction) noexcept
     {
         const std::uint32_t block_at = load_le16(table.base() + kRangeBlockAt);
         if (block_at + kRangeWordsAt > table.size()) return;
-        words_ = table.base() + block_at + kRangeWordsAt;
-        word_count_ = (table.size() - block_at - kRangeWordsAt) / 2;
         const std::uint8_t* const bases =
             table.base() + block_at +
             (direction == Direction::kToUcs2 ? kRangeToBasesAt : kRangeFromBasesAt);
-        ranges_base_ = load_le32(bases);
-        index_base_ = load_le32(bases + 4);
-        values_base_ = load_le32(bases + 8);
+        const std::uint8_t* const words = table.base() + block_at + kRangeWordsAt;
+        const std::uint32_t count = (table.size() - block_at - kRangeWordsAt) / 2;
+        const auto list = [&](std::uint32_t base) {
+            return base < count ? WordList{words + 2 * std::size_t{base}, count - base}
+                                : WordList{};
+        };
+        ranges_ = list(load_le32(bases));
+        index_ = list(load_le32(bases + 4));
+        values_ = list(load_le32(bases + 8));
     }
 
-    // Word number `number` of the block, if the image has it.
-    [[nodiscard]] bool word(std::uint64_t number, std::uint16_t& value) const noexcept
+    // The ranges that a key may lie in: from the one that the index names on, while they begin at
+    // or below the key. `visit` gets each that covers it, until it returns false.
+    template <class Visit>
+    void walk(std::uint32_t key, Visit visit) const noexcept
     {
-        if (number >= word_count_) return false;
-        value = load_le16(words_ + 2 * number);
-        return true;
+        const std::uint32_t block = key >> kRangeKeysShift;
+        if (block >= index_.count) return;
+        for (std::uint32_t at = 4 * index_[block]; at + 4 <= ranges_.count; at += 4) {
+            const Range range = ranges_.range(at);
+            if (range.first() > key) return;
+            if (range.last() >= key && !visit(range)) return;
+        }
     }
 
-    // The number of the first range entry to look at for `key`.
-    [[nodiscard]] bool start(std::uint32_t key, std::uint64_t& entry) const noexcept
+    // What a listed or linear range gives for a key that it covers, if it gives anything.
+    [[nodiscard]] bool value(Range range, std::uint32_t key, std::uint32_t& value) const noexcept
     {
-        std::uint16_t number = 0;
-        if (!word(std::uint64_t{index_base_} + (key >> kRangeKeysShift), number)) return false;
-        entry = number;
-        return true;
-    }
-
-    [[nodiscard]] bool entry(std::uint64_t number, RangeEntry& range) const noexcept
-    {
-        const std::uint64_t at = ranges_base_ + 4 * number;
-        if (at + 4 > word_count_) return false;
-        const std::uint8_t* const words = words_ + 2 * at;
-        range = {load_le16(words), load_le16(words + 2), load_le16(words + 4),
-                 load_le16(words + 6)};
-        return true;
-    }
-
-    // What a listed or linear range gives for a key that it covers.
-    [[nodiscard]] bool value(const RangeEntry& range, std::uint32_t key,
-                             std::uint32_t& value) const noexcept
-    {
-        const std::uint32_t offset = key - range.first + range.parameter;
-        if (range.kind == kRangeLinear) {
-            value = offset;
+        const std::uint32_t number = range.offset(key);
+        if (range.kind() == kRangeListed) {
+            if (number >= values_.count) return false;
+            value = values_[number];
             return true;
         }
-        std::uint16_t listed = 0;
-        if (range.kind != kRangeListed || !word(std::uint64_t{values_base_} + offset, listed)) {
-            return false;
-        }
-        value = listed;
+        if (range.kind() != kRangeLinear) return false;
+        value = number;
         return true;
     }
 
 private:
-    const std::uint8_t* words_ = nullptr;
-    std::uint64_t word_count_ = 0;
-    std::uint32_t ranges_base_ = 0;
-    std::uint32_t index_base_ = 0;
-    std::uint32_t values_base_ = 0;
+    WordList ranges_;
+    WordList index_;
+    WordList values_;
 };
 
 struct Gb18030Reader {
     static constexpr bool kAscii = true;
+    static constexpr bool kOneToOne = false;
     const std::uint8_t* at;
     const std::uint8_t* end;
 
@@ -100,7 +116,8 @@ struct Gb18030Reader {
     {
     }
 
-    [[nodiscard]] std::int32_t next() noexcept
+    // Inlined by force: the pointers must stay in registers.
+    [[nodiscard, gnu::always_inline]] std::int32_t next() noexcept
     {
         const std::uint32_t lead = *at;
         if (lead <= 0x80 || lead == 0xFF) {
@@ -130,17 +147,14 @@ private:
         return static_cast<std::int32_t>(linear - kPlanesOffset);
     }
 
-    // The last entry that covers the number wins, so the walk goes on past a hit.
+    // The last range that covers the number wins, so the walk goes on past a hit.
     [[nodiscard]] std::int32_t looked_up(std::uint32_t linear) const noexcept
     {
         std::uint32_t value = kUnmapped;
-        std::uint64_t number = 0;
-        if (!ranges_.start(linear, number)) return kReplacement;
-        RangeEntry range{};
-        for (; ranges_.entry(number, range) && linear >= range.first; ++number) {
-            std::uint32_t hit = 0;
-            if (linear <= range.last && ranges_.value(range, linear, hit)) value = hit;
-        }
+        ranges_.walk(linear, [&](Range range) {
+            (void)ranges_.value(range, linear, value);  // which may give nothing
+            return true;
+        });
         return value != kUnmapped ? static_cast<std::int32_t>(value) : kReplacement;
     }
 
@@ -149,6 +163,7 @@ private:
 
 struct Gb18030Writer {
     static constexpr bool kAscii = true;
+    static constexpr bool kOneToOne = false;
     std::uint8_t* at;
     std::uint8_t* end;
 
@@ -166,27 +181,24 @@ struct Gb18030Writer {
     }
 
 private:
-    // The first entry that covers the character decides.
+    // The first range that covers the character decides; a code of 0 stands for the single byte
+    // that the character's place in the range gives.
     [[nodiscard]] bool put_looked_up(std::uint32_t character) noexcept
     {
-        std::uint64_t number = 0;
-        if (!ranges_.start(character, number)) return put_one(kReplacement);
-        RangeEntry range{};
-        for (; ranges_.entry(number, range) && character >= range.first; ++number) {
-            if (character <= range.last) return put_covered(range, character);
-        }
-        return put_one(kReplacement);
-    }
-
-    [[nodiscard]] bool put_covered(const RangeEntry& range, std::uint32_t character) noexcept
-    {
-        std::uint32_t code = 0;
-        if (range.kind != kRangeSingleByte && !ranges_.value(range, character, code)) {
-            return put_one(kReplacement);
-        }
-        if (code == 0) return put_one(character - range.first + range.parameter);
+        std::uint32_t code = kNoCode;
+        std::uint32_t byte = 0;
+        ranges_.walk(character, [&](Range range) {
+            byte = range.offset(character);
+            if (range.kind() == kRangeSingleByte) code = 0;
+            (void)ranges_.value(range, character, code);
+            return false;
+        });
+        if (code == kNoCode) return put_one(kReplacement);
+        if (code == 0) return put_one(byte);
         return code < kFourByteBase ? put_two(code - 1) : put_four(code - kFourByteBase);
     }
+
+    static constexpr std::uint32_t kNoCode = 0xFFFFFFFF;
 
     [[nodiscard]] bool put_one(std::uint32_t byte) noexcept
     {

@@ -12,6 +12,7 @@ using namespace corvane::kel;
 
 struct MbcsReader {
     static constexpr bool kAscii = true;
+    static constexpr bool kOneToOne = false;
     const std::uint8_t* at;
     const std::uint8_t* end;
 
@@ -26,18 +27,21 @@ struct MbcsReader {
             ++at;
             return byte;
         }
-        std::uint16_t value = kUnmapped;
-        std::ptrdiff_t length = table_.byte_class(byte);
-        if (length == kClassInvalid || length == 0) {
-            length = 1;  // a length of 0 would never end
-        } else if (end - at < length) {
-            return kCutOff;
-        } else {
-            value = table_.byte_value(byte);
+        const std::uint8_t length = table_.byte_class(byte);
+        if (length == kClassInvalid || length == 0) {  // a length of 0 would never end
+            ++at;
+            return kReplacement;
         }
-        for (std::ptrdiff_t i = 1; i < length && value != kUnmapped; ++i)
-            value = step(value, at[i]);
-        at += length;
+        if (end - at < length) return kCutOff;
+        std::uint16_t value = table_.byte_value(byte);
+        if (length == 2) {
+            // By far the most frequent length: the next sequence's place must not wait for the class.
+            value = step(value, at[1]);
+            at += 2;
+        } else {
+            for (int i = 1; i < length; ++i) value = step(value, at[i]);
+            at += length;
+        }
         return value != kUnmapped ? value : kReplacement;
     }
 
@@ -45,12 +49,13 @@ private:
     // One step down from the node at `value`: 16-bit count, 16-bit lowest byte, the entries.
     [[nodiscard]] std::uint16_t step(std::uint16_t value, std::uint8_t byte) const noexcept
     {
+        if (value == kUnmapped) return kUnmapped;
         const std::uint8_t* const node = table_.data_at<4>(kScale * value);
         if (node == nullptr) return kUnmapped;
-        const std::uint16_t count = load_le16(node);
-        const std::uint16_t lowest = load_le16(node + 2);
-        if (byte < lowest || byte - lowest >= count) return kUnmapped;
-        return table_.entry(value, 2U + byte - lowest);
+        const std::uint32_t count = load_le16(node);
+        const std::uint32_t lowest = load_le16(node + 2);
+        const std::uint32_t offset = byte - lowest;  // wraps to a large one below the lowest
+        return offset < count ? table_.entry(value, 2 + offset) : kUnmapped;
     }
 
     TableImage table_;
@@ -58,6 +63,7 @@ private:
 
 struct MbcsWriter {
     static constexpr bool kAscii = true;
+    static constexpr bool kOneToOne = false;
     std::uint8_t* at;
     std::uint8_t* end;
 

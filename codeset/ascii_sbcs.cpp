@@ -12,6 +12,7 @@ using namespace corvane::kel;
 
 struct SbcsReader {
     static constexpr bool kAscii = true;
+    static constexpr bool kOneToOne = true;
     const std::uint8_t* at;
     const std::uint8_t* end;
 
@@ -22,8 +23,8 @@ struct SbcsReader {
     [[nodiscard]] std::int32_t next() noexcept
     {
         const std::uint8_t byte = *at++;
-        if (byte < 0x80) return byte;
-        const std::uint16_t character = table_.byte_value(byte);
+        const std::uint16_t tabled = table_.byte_value(byte);
+        const std::uint16_t character = byte < 0x80 ? byte : tabled;
         return character != kUnmapped ? character : kReplacement;
     }
 
@@ -33,6 +34,7 @@ private:
 
 struct SbcsWriter {
     static constexpr bool kAscii = true;
+    static constexpr bool kOneToOne = true;
     std::uint8_t* at;
     std::uint8_t* end;
 
@@ -42,8 +44,8 @@ struct SbcsWriter {
     }
     [[nodiscard]] bool put(std::uint32_t character) noexcept
     {
-        *at++ = character < 0x80 ? static_cast<std::uint8_t>(character)
-                                 : pages_.byte_of(character, kReplacement);
+        const std::uint8_t paged = pages_.byte_of(character, kReplacement);
+        *at++ = character < 0x80 ? static_cast<std::uint8_t>(character) : paged;
         return true;
     }
 

@@ -8,6 +8,7 @@
 #include "codeset/frame.hpp"
 #include "codeset/interchange.hpp"
 #include "codeset/kel_family.h"
+#include "codeset/utf8_fast.hpp"
 
 namespace {
 

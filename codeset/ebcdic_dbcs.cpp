@@ -16,6 +16,7 @@ constexpr std::uint8_t kShiftIn = 0x0F;   // one byte again
 // The mode lives in the code-set object, so that a stream may come in pieces.
 struct EbcdicDbcsReader {
     static constexpr bool kAscii = false;
+    static constexpr bool kOneToOne = false;
     const std::uint8_t* at;
     const std::uint8_t* end;
 
@@ -62,6 +63,7 @@ private:
 
 struct EbcdicDbcsWriter {
     static constexpr bool kAscii = false;
+    static constexpr bool kOneToOne = false;
     std::uint8_t* at;
     std::uint8_t* end;
 

@@ -13,6 +13,7 @@ using namespace corvane::kel;
 
 struct EbcdicSbcsReader {
     static constexpr bool kAscii = false;
+    static constexpr bool kOneToOne = true;
     const std::uint8_t* at;
     const std::uint8_t* end;
 
@@ -35,6 +36,7 @@ private:
 
 struct EbcdicSbcsWriter {
     static constexpr bool kAscii = false;
+    static constexpr bool kOneToOne = true;
     std::uint8_t* at;
     std::uint8_t* end;
 

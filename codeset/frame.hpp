@@ -8,6 +8,8 @@
 #ifndef CORVANE_CODESET_FRAME_HPP
 #define CORVANE_CODESET_FRAME_HPP
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
 #include "codeset/ascii_run.hpp"
@@ -21,9 +23,40 @@ inline constexpr std::int32_t kNothing = -2;  // a shift byte: no character
 inline constexpr std::uint8_t kReplacement = '?';
 inline constexpr std::uint8_t kEbcdicReplacement = 0x6F;  // the question mark there
 
+// Converts as much as a pair can do faster than the loop below. Pairs that can, overload it.
+template <class Reader, class Writer>
+inline void convert_fast(Reader&, Writer&) noexcept
+{
+}
+
+// Converts a set whose every byte is one character of the BMP, in either direction.
+template <class Reader, class Writer>
+[[nodiscard]] inline std::int32_t convert_one_to_one(Reader& in, Writer& out) noexcept
+{
+    std::ptrdiff_t left = std::min(in.end - in.at, out.end - out.at);
+    while (left != 0) {
+        if constexpr (Reader::kAscii && Writer::kAscii) {
+            if (left >= kBlock && copy_ascii_block(in.at, out.at)) {
+                in.at += kBlock;
+                out.at += kBlock;
+                left -= kBlock;
+                continue;
+            }
+        }
+        const std::ptrdiff_t count = std::min(left, kBlock);
+        for (std::ptrdiff_t i = 0; i < count; ++i) {
+            (void)out.put(static_cast<std::uint32_t>(in.next()));
+        }
+        left -= count;
+    }
+    return in.at == in.end ? KEL_DONE : KEL_FULL;
+}
+
 template <class Reader, class Writer>
 [[nodiscard]] inline std::int32_t convert(Reader& in, Writer& out) noexcept
 {
+    if constexpr (Reader::kOneToOne && Writer::kOneToOne) return convert_one_to_one(in, out);
+    convert_fast(in, out);
     while (in.at != in.end) {
         if (out.at == out.end) return KEL_FULL;
         if constexpr (Reader::kAscii && Writer::kAscii) {

@@ -25,6 +25,7 @@ namespace corvane::kel {
 // Units one by one: a surrogate is a character like any other, and few sets have it.
 struct UnitReader {
     static constexpr bool kAscii = true;
+    static constexpr bool kOneToOne = true;
     const std::uint16_t* at;
     const std::uint16_t* end;
 
@@ -38,6 +39,7 @@ struct UnitReader {
 // Units with their surrogate pairs. A high surrogate swallows the unit after it even when that is
 // not its partner; this is meant.
 struct PairReader : UnitReader {
+    static constexpr bool kOneToOne = false;
     using UnitReader::UnitReader;
     [[nodiscard]] std::int32_t next() noexcept
     {
@@ -65,6 +67,7 @@ template <int kMostBytes>
 struct Utf8Reader {
     static_assert(kMostBytes == 3 || kMostBytes == 4);
     static constexpr bool kAscii = true;
+    static constexpr bool kOneToOne = false;
     const std::uint8_t* at;
     const std::uint8_t* end;
 
@@ -115,6 +118,7 @@ private:
 // Units; what lies above 0xFFFF becomes a surrogate pair.
 struct UnitWriter {
     static constexpr bool kAscii = true;
+    static constexpr bool kOneToOne = true;
     std::uint16_t* at;
     std::uint16_t* end;
 
@@ -136,6 +140,7 @@ struct UnitWriter {
 
 struct Utf8Writer {
     static constexpr bool kAscii = true;
+    static constexpr bool kOneToOne = false;
     std::uint8_t* at;
     std::uint8_t* end;
 

@@ -279,17 +279,60 @@ TEST(OneShot, DropsAnIncompleteSequence)
     EXPECT_EQ(units[1], 0);
 }
 
+// A text of several blocks, with runs of every kind and halves of pairs among them.
+[[nodiscard]] std::u16string long_text()
+{
+    std::u16string text;
+    for (int i = 0; i < 12; ++i) {
+        text +=
+            u"plain text of more than one block, \u65E5\u672C\u8A9E\u3042\u3044\u3046\u3048\u304A"
+            u"\u00E4\u00F6\u00FC \u0416\u0416\u0416\u0416 \U0001F600\u4E00x\u00DF\u4E8C";
+        text += static_cast<char16_t>(i % 2 == 0 ? 0xD800 : 0xDC00);
+    }
+    return text;
+}
+
+// Blocks may be stored whole while something follows, but never behind what a call counts.
 TEST(OneShot, NeverWritesBehindWhatItCounts)
 {
-    const std::string text =
-        "plain text of more than one block, \xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E "
-        "and \xC3\xA4\xC3\xB6\xC3\xBC again, up to a fixed length";
-    for (std::uint32_t room = 1; room < 96; ++room) {
-        std::vector<std::uint16_t> units(128, 0x2323);
-        const std::uint32_t count =
-            kel_to_ucs2(utf8_cs, text.data(), static_cast<int>(text.size()), units.data(), room);
+    const std::u16string text = long_text();
+    const std::vector<std::uint16_t> units(text.begin(), text.end());
+    const std::string utf8 = utf8_of_units(text);
+    for (std::uint32_t room = 1; room < utf8.size() + 64; ++room) {
+        std::vector<std::uint16_t> to_units(2 * utf8.size(), 0x2323);
+        std::uint32_t count =
+            kel_to_ucs2(utf8_cs, utf8.data(), static_cast<int>(utf8.size()), to_units.data(), room);
         ASSERT_LE(count, room);
-        for (std::size_t i = count; i < units.size(); ++i) ASSERT_EQ(units[i], 0x2323) << room;
+        for (std::size_t i = count; i < to_units.size(); ++i)
+            ASSERT_EQ(to_units[i], 0x2323) << room;
+        std::string to_bytes(2 * utf8.size(), '#');
+        count = kel_from_ucs2(utf8_cs, units.data(), static_cast<int>(units.size()),
+                              to_bytes.data(), room);
+        ASSERT_LE(count, room);
+        ASSERT_EQ(to_bytes.find_first_not_of('#', count), std::string::npos) << room;
+    }
+}
+
+// The same for an input that ends anywhere.
+TEST(OneShot, NeverWritesBehindWhatItCountsForAnyLength)
+{
+    const std::u16string text = long_text();
+    const std::vector<std::uint16_t> units(text.begin(), text.end());
+    const std::string utf8 = utf8_of_units(text);
+    for (std::size_t length = 0; length <= utf8.size(); ++length) {
+        std::vector<std::uint16_t> to_units(2 * utf8.size(), 0x2323);
+        const std::uint32_t count =
+            kel_to_ucs2(utf8_cs, utf8.data(), static_cast<int>(length), to_units.data(),
+                        static_cast<std::uint32_t>(to_units.size()));
+        for (std::size_t i = count; i < to_units.size(); ++i)
+            ASSERT_EQ(to_units[i], 0x2323) << length;
+    }
+    for (std::size_t length = 0; length <= units.size(); ++length) {
+        std::string to_bytes(2 * utf8.size(), '#');
+        const std::uint32_t count =
+            kel_from_ucs2(utf8_cs, units.data(), static_cast<int>(length), to_bytes.data(),
+                          static_cast<std::uint32_t>(to_bytes.size()));
+        ASSERT_EQ(to_bytes.find_first_not_of('#', count), std::string::npos) << length;
     }
 }
 

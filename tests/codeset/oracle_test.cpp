@@ -90,7 +90,7 @@ public:
         static constexpr unsigned char kSpecial[] = {0x0E, 0x0F, 0x15, 0x20, 0x30, 0x39, 0x3F, 0x40,
                                                      0x7F, 0x80, 0x81, 0x8E, 0x8F, 0x90, 0xA1, 0xC3,
                                                      0xE2, 0xED, 0xF0, 0xF7, 0xF8, 0xFE, 0xFF};
-        std::string text(random_() % 40, ' ');
+        std::string text(length(), ' ');
         const unsigned mood = draw(random_, 3);
         for (char& byte : text) {
             const bool is_special = mood != 0 && random_() % 2 == 0;
@@ -103,7 +103,7 @@ public:
 
     [[nodiscard]] std::u16string units()
     {
-        std::u16string text(random_() % 40, u' ');
+        std::u16string text(length(), u' ');
         const unsigned mood = draw(random_, 3);
         for (char16_t& unit : text) {
             unit = static_cast<char16_t>(mood == 0   ? random_()
@@ -114,6 +114,9 @@ public:
     }
 
 private:
+    // Some texts are long enough for the loops that go by blocks.
+    [[nodiscard]] unsigned length() { return draw(random_, draw(random_, 8) == 0 ? 500 : 40); }
+
     std::mt19937 random_;
 };
 
