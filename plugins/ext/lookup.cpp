@@ -93,8 +93,12 @@ private:
     std::uint32_t look_up(const std::optional<std::string>& name, ext2_ino_t& found)
     {
         if (!name || name->size() > EXT2_NAME_LEN) return FS_E_UNKNOWN_FILE;
-        return to_result(ext2fs_lookup(volume_.fs.get(), number, name->data(),
-                                       static_cast<int>(name->size()), nullptr, &found));
+        found = volume_.names.find(number, *name);
+        if (found != 0) return FS_E_SUCCESS;
+        const errcode_t error = ext2fs_lookup(volume_.fs.get(), number, name->data(),
+                                              static_cast<int>(name->size()), nullptr, &found);
+        if (error == 0) volume_.names.add(number, *name, found);
+        return to_result(error);
     }
 
     // The walk goes on from the directory that holds the link; an absolute target counts only below

@@ -13,6 +13,7 @@
 #include "plugins/ext/ext_handles.hpp"
 #include "plugins/ext/file_locks.hpp"
 #include "plugins/ext/layout.hpp"
+#include "plugins/ext/name_cache.hpp"
 #include "plugins/ext/path_text.hpp"
 #include "plugins/ext/source.hpp"
 #include "plugins/ext/volumes_file.hpp"
@@ -25,8 +26,9 @@ struct Volume {
     Source source;  // outlives `fs`
     FileSystem fs;
     MetadataZones zones;
-    FileLocks locks;         // has a lock of its own
-    std::mutex io;           // guards `fs` and everything below; taken before the lock of `locks`
+    FileLocks locks;  // has a lock of its own
+    std::mutex io;    // guards `fs` and everything below; taken before the lock of `locks`
+    NameCache names;
     bool is_broken = false;  // a change failed half-way: nothing more is changed before e2fsck
 
     [[nodiscard]] std::uint32_t block_bytes() const noexcept { return fs->blocksize; }

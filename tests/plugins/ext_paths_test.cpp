@@ -1,6 +1,8 @@
 // Which paths the plug-in takes for its own, where links may lead, and what cookies are good for.
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "tests/plugins/ext_image.hpp"
 #include "tests/plugins/host_log.hpp"
 
@@ -139,6 +141,29 @@ TEST_F(ExtPaths, LinksNeverLeaveTheVolume)
         EXPECT_EQ(found(std::string("/mnt/v/") + name), FS_E_BAD_PATH) << name;
     }
     EXPECT_EQ(found("/mnt/v/lost"), FS_E_UNKNOWN_FILE);
+}
+
+// Each name asked for twice: found anew and remembered.
+TEST_F(ExtPaths, ManyNamesKeepTheirFiles)
+{
+    constexpr int kNames = 300;
+    serve(plugin(), scratch_, "");
+    std::string requests = "cd d\n";
+    for (int i = 0; i < kNames; ++i) {
+        requests += "mknod n" + std::to_string(i) + " p\n";
+    }
+    must_run("debugfs -w -f " + scratch_.write("requests", requests) + " " + image_.path());
+    serve_image();
+    std::set<Cookie> seen;
+    for (int i = 0; i < kNames; ++i) {
+        const std::string path = "/mnt/v/d/n" + std::to_string(i);
+        const auto file = plugin().find(path);
+        ASSERT_EQ(file.result, FS_E_SUCCESS) << path;
+        EXPECT_TRUE(seen.insert(file.file).second) << path;
+        EXPECT_EQ(plugin().find(path).file, file.file);
+    }
+    EXPECT_EQ(found("/mnt/v/e/n1"), FS_E_UNKNOWN_FILE);
+    EXPECT_EQ(found("/mnt/v/n1"), FS_E_UNKNOWN_FILE);
 }
 
 // The path is UTF-16; the mount point's bytes come widened with their sign.
