@@ -44,7 +44,7 @@ constexpr ResultText kResultTexts[] = {
     {FS_E_UNABLE_TO_SET_LEASE, L"Unable to set lease"},
 };
 static_assert(std::size(kResultTexts) == 28);
-static_assert(std::size(kResultTexts) < 256, "the row counter has 8 bits");
+constexpr std::uint8_t kRows = std::size(kResultTexts);  // the row counter has 8 bits
 static_assert(sizeof(wchar_t) == 4, "the texts are 32-bit strings");
 
 }  // namespace
@@ -52,7 +52,7 @@ static_assert(sizeof(wchar_t) == 4, "the texts are 32-bit strings");
 
 extern "C" const wchar_t* FSERR_GetErrorString(std::uint32_t code) noexcept
 {
-    for (std::uint8_t row = 0; row < std::size(corvane::kResultTexts); ++row) {
+    for (std::uint8_t row = 0; row < corvane::kRows; ++row) {
         if (corvane::kResultTexts[row].code == code) return corvane::kResultTexts[row].text;
     }
     return nullptr;

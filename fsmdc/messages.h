@@ -120,9 +120,9 @@ CORVANE_API void SPSUP_TransLanGetExtendedMap(void* request) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanSetSize(void* request) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanClose(void* request) CORVANE_NOEXCEPT;
 
-/* The same for a received reply. The record's counts are taken from the message: the receiver has
- * made sure that what they say lies inside its buffer, or the message's `length` bounds what is
- * touched. */
+/* The same for a received reply. Nothing behind the message's `length` is touched, whatever the
+ * record's counts say; a length below 48 cannot be one, and then the counts are believed: a
+ * receiver checks the length against what it received first. */
 CORVANE_API void SPSUP_TransLanGetVolumeResp(void* reply) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanGetInitialMapResp(void* reply) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanGetExtendedMapResp(void* reply) CORVANE_NOEXCEPT;
@@ -130,7 +130,7 @@ CORVANE_API void SPSUP_TransLanSetSizeResp(void* reply) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_TransLanCloseResp(void* reply) CORVANE_NOEXCEPT;
 
 /* Trace a message in host order: SPSUP_DumpMessage picks by function code, and dumps nothing for
- * null and for codes it does not know. */
+ * null and for codes it does not know. A reply is read up to its `length`, as above. */
 CORVANE_API void SPSUP_DumpMessage(const void* message) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_DumpGetVolumeMsg(const void* message) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_DumpGetInitialMapMsg(const void* message) CORVANE_NOEXCEPT;
@@ -143,7 +143,8 @@ CORVANE_API void SPSUP_DumpGetExtendedMapReply(const void* message) CORVANE_NOEX
 CORVANE_API void SPSUP_DumpSetSizeReply(const void* message) CORVANE_NOEXCEPT;
 CORVANE_API void SPSUP_DumpCloseReply(const void* message) CORVANE_NOEXCEPT;
 
-/* Translate one record, at any address, between byte orders, in place, whatever any marker says. */
+/* Translate one record, at any address, between byte orders, in place, whatever any marker says.
+ * The caller vouches for its counts. */
 CORVANE_API void FSMDCSUP_TransVolInfo(void* record) CORVANE_NOEXCEPT;
 CORVANE_API void FSMDCSUP_TransFSSystem(void* descriptor) CORVANE_NOEXCEPT;
 CORVANE_API void FSMDCSUP_TransFSDisk(void* disk) CORVANE_NOEXCEPT;
@@ -152,7 +153,7 @@ CORVANE_API void FSMDCSUP_TransCompactExtent(void* extent) CORVANE_NOEXCEPT;
 CORVANE_API void FSMDCSUP_TransSimpleExtent(void* extent) CORVANE_NOEXCEPT;
 CORVANE_API void FSMDCSUP_TransVerboseExtent(void* extent) CORVANE_NOEXCEPT;
 
-/* Trace one record in host order, at any address. */
+/* Trace one record in host order, at any address. The caller vouches for its counts. */
 CORVANE_API void FSMDCSUP_DumpVolInfo(const void* record) CORVANE_NOEXCEPT;
 CORVANE_API void FSMDCSUP_DumpFSSystem(const void* descriptor) CORVANE_NOEXCEPT;
 CORVANE_API void FSMDCSUP_DumpFSDisk(const void* disk) CORVANE_NOEXCEPT;

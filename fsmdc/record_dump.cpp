@@ -145,7 +145,8 @@ void FSMDCSUP_DiskIdToString(const void* bytes, std::int32_t count, char* out) n
 {
     *out = '\0';
     for (std::int32_t i = 0; i < count; ++i) {
-        // The byte counts as signed: from 0x80 up it prints with eight digits.
+        // From 0x80 up a byte prints with eight digits.
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse): the byte is meant to count as signed
         const int value = load<signed char>(bytes_at(bytes, static_cast<std::size_t>(i)));
         out += std::snprintf(out, 10, "%02X ", static_cast<unsigned>(value));
     }

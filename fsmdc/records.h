@@ -75,7 +75,6 @@ typedef struct SimpleExtent {
 /* What a verbose extent's bytes hold. */
 #define FS_VALIDITY_DATA 0      /* written data */
 #define FS_VALIDITY_HOLE 1      /* no blocks: reads as zeros; PhysicalByteAddr is 0 */
-#define FS_VALIDITY_UNWRITTEN 2 /* blocks that read as zeros until the file system says otherwise \
-                                 */
+#define FS_VALIDITY_UNWRITTEN 2 /* blocks that read as zeros until they are written */
 
 #endif

@@ -163,7 +163,6 @@ std::int32_t maxDgramSize() noexcept
 {
     static const std::int32_t bytes = [] {
         const char* const text = std::getenv("MAXDGRAM");
-        // NOLINTNEXTLINE(cert-err34-c): whatever atoi makes of the text is the setting
         return text == nullptr ? corvane::kDefaultReplyBytes : std::atoi(text);
     }();
     return bytes;
