@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "nls/catalogue_release.hpp"
+#include "nls/catalogue_handle.hpp"
 #include "nls/catalogue_runtime.h"
 #include "nls/set_state.hpp"
 
@@ -68,7 +68,7 @@ std::int32_t cacheIndex(const char* path) noexcept
 vor_cat_t lookupCat(const char* path) noexcept
 {
     const std::int32_t slot = cacheIndex(path);
-    if (slot < 0) return VOR_NO_CATALOGUE;
+    if (slot < 0) return corvane::kNoCatalogue;
     // A hit leaves the in-use flag alone: a closed catalogue that is opened again may be evicted.
     catCache[slot]->lastUse = lookTicker++;
     return catCache[slot]->catalogue;
@@ -92,7 +92,7 @@ std::int32_t addCat(const char* path, vor_cat_t catalogue) noexcept
 
 void real_catclose(vor_cat_t catalogue) noexcept
 {
-    if (catalogue == nullptr || catalogue == VOR_NO_CATALOGUE) return;
+    if (catalogue == nullptr || catalogue == corvane::kNoCatalogue) return;
     if ((catalogue->flags & VOR_LOAD_ALL) == 0) {
         std::printf("calling close on cat->fd %d\n", catalogue->fd);
         std::fflush(stdout);

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "mdcmain/segment.h"
+#include "nls/catalogue_handle.hpp"
 #include "nls/catalogue_runtime.h"
 #include "nls/set_state.hpp"
 
@@ -60,7 +61,7 @@ const char* built_in_text(std::int32_t message) noexcept
 // not look into: most of a text's price would be calls.
 inline MCSetT* find_set(vor_cat_t catalogue, std::int32_t number) noexcept
 {
-    if (catalogue == nullptr || catalogue == VOR_NO_CATALOGUE || number < 0) return nullptr;
+    if (catalogue == nullptr || catalogue == corvane::kNoCatalogue || number < 0) return nullptr;
     MCSetT* const sets = catalogue->sets;
     const std::int64_t index = bounded_bisection(
         catalogue->numSets, number, number, [sets](std::int64_t at) { return sets[at].setId; });
@@ -96,7 +97,7 @@ const char* vor_catgets(vor_cat_t catalogue, std::int32_t set, std::int32_t mess
                         const char* default_text) noexcept
 {
     if (fused_getNls() == 0) return built_in_text(message);
-    if (catalogue == VOR_NO_CATALOGUE) return default_text == nullptr ? "" : default_text;
+    if (catalogue == corvane::kNoCatalogue) return default_text == nullptr ? "" : default_text;
     const MCMsgT* const found = find_message(find_set(catalogue, set), message);
     if (found == nullptr) return built_in_text(message);
     return corvane::slot_address<const char>(found->textOffset);

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "nls/catalogue_file.hpp"
-#include "nls/catalogue_release.hpp"
+#include "nls/catalogue_handle.hpp"
 #include "nls/catalogue_runtime.h"
 #include "nls/set_state.hpp"
 
@@ -49,7 +49,7 @@ bool accept_header(int fd, const char* path, MCHeaderT& header, vor_cat_t& refus
         refusal = nullptr;
         return false;
     }
-    refusal = VOR_NO_CATALOGUE;
+    refusal = corvane::kNoCatalogue;
     if (header.majorVer != MC_MAJOR_VERSION) {
         std::fprintf(stderr, "%s: %s is version %ld, we need %d.\n", kSystem, path,
                      static_cast<long>(header.majorVer), MC_MAJOR_VERSION);
@@ -99,7 +99,7 @@ bool load_all_sets(vor_catalogue& catalogue) noexcept
 vor_cat_t fill(vor_catalogue& catalogue, const char* path)
 {
     MCHeaderT header;
-    vor_cat_t refusal = VOR_NO_CATALOGUE;
+    vor_cat_t refusal = corvane::kNoCatalogue;
     if (!accept_header(catalogue.fd, path, header, refusal)) return refusal;
     std::vector<MCSetT> sets;
     if (!read_sets(catalogue.fd, header, sets)) {
@@ -108,7 +108,7 @@ vor_cat_t fill(vor_catalogue& catalogue, const char* path)
     }
     if (!keep_sets(catalogue, sets)) {
         report_no_memory();
-        return VOR_NO_CATALOGUE;
+        return corvane::kNoCatalogue;
     }
     if ((catalogue.flags & VOR_LOAD_ALL) != 0) {
         if (!load_all_sets(catalogue)) {
@@ -127,7 +127,7 @@ vor_cat_t fill_or_refuse(vor_catalogue& catalogue, const char* path) noexcept
         return fill(catalogue, path);
     } catch (const std::bad_alloc&) {
         report_no_memory();
-        return VOR_NO_CATALOGUE;
+        return corvane::kNoCatalogue;
     }
 }
 
@@ -135,23 +135,23 @@ vor_cat_t fill_or_refuse(vor_catalogue& catalogue, const char* path) noexcept
 
 vor_cat_t loadCat(const char* path, std::uint32_t flags) noexcept
 {
-    const vor_cat_t cached = lookupCat(path);
-    if (cached != VOR_NO_CATALOGUE) return cached;
+    vor_catalogue* const cached = lookupCat(path);
+    if (cached != corvane::kNoCatalogue) return cached;
 
     auto* const memory = static_cast<vor_catalogue*>(nls_malloc(sizeof(vor_catalogue)));
     if (memory == nullptr) {
         report_no_memory();
-        return VOR_NO_CATALOGUE;
+        return corvane::kNoCatalogue;
     }
     *memory = {flags, open_file(path), 0, nullptr};
-    vor_cat_t result = memory->fd < 0 ? VOR_NO_CATALOGUE : fill_or_refuse(*memory, path);
-    if (result == memory && addCat(path, memory) != 0) result = VOR_NO_CATALOGUE;
+    vor_cat_t result = memory->fd < 0 ? corvane::kNoCatalogue : fill_or_refuse(*memory, path);
+    if (result == memory && addCat(path, memory) != 0) result = corvane::kNoCatalogue;
     if (result != memory) corvane::release_catalogue(memory);
     return result;
 }
 
 vor_cat_t vor_catopen(const char* path, std::uint32_t flags) noexcept
 {
-    if (path == nullptr || *path == '\0') return VOR_NO_CATALOGUE;
+    if (path == nullptr || *path == '\0') return corvane::kNoCatalogue;
     return loadCat(path, flags);
 }

@@ -29,7 +29,10 @@ void show_line(std::size_t position) noexcept
 
 namespace corvane {
 
-void begin_line() noexcept { g_times_shown = 0; }
+void begin_line() noexcept
+{
+    g_times_shown = 0;
+}
 
 void compile_warning(const char* text, std::size_t position) noexcept
 {

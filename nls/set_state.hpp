@@ -28,12 +28,12 @@ template <class T>
 [[nodiscard]] T* slot_address(const MCSlotT& slot) noexcept
 {
     T* address = nullptr;
-    std::memcpy(&address, &slot, sizeof address);
+    std::memcpy(&address, &slot, sizeof slot);
     return address;
 }
 inline void set_slot_address(MCSlotT& slot, const void* address) noexcept
 {
-    std::memcpy(&slot, &address, sizeof address);
+    std::memcpy(&slot, &address, sizeof slot);
 }
 
 // Whoever sees a set as loaded sees all of its messages.

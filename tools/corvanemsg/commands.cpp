@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "nls/catalogue_compiler.h"
+#include "nls/catalogue_handle.hpp"
 #include "nls/catalogue_runtime.h"
 #include "nls/compiler_core.hpp"
 #include "nls/set_state.hpp"
@@ -148,8 +149,8 @@ void get(const std::string& catalogue, std::int32_t set, std::int32_t message, b
     const std::string name = catalogue.empty() ? path : catalogue;
     if (name.empty())
         throw Failure("no catalogue is installed for this language; name one with --catalogue");
-    const vor_cat_t opened = vor_catopen(name.c_str(), 0);
-    if (opened == nullptr || opened == VOR_NO_CATALOGUE)
+    vor_catalogue* const opened = vor_catopen(name.c_str(), 0);
+    if (opened == nullptr || opened == kNoCatalogue)
         throw Failure(name + ": is no catalogue that can be read");
     // Not vor_catgets: it would make the shared settings where there are none yet.
     const MCMsgT* const found = MCGetMsg(MCGetSet(opened, set), message);
