@@ -42,7 +42,7 @@ public:
         if (::shmctl(id_, IPC_STAT, &status) == 0) bytes_ = status.shm_segsz;
         void* at = ::shmat(id_, nullptr, 0);
         // shmat says (void*)-1 for failure.
-        if (at != reinterpret_cast<void*>(-1)) at_ = static_cast<char*>(at);
+        if (reinterpret_cast<std::intptr_t>(at) != -1) at_ = static_cast<char*>(at);
     }
     ~SegmentView()
     {
@@ -199,6 +199,7 @@ private:
             }
         }
         std::vector<char*> pointers;
+        pointers.reserve(arguments.size() + 1);
         for (const auto& argument : arguments)
             pointers.push_back(const_cast<char*>(argument.c_str()));
         pointers.push_back(nullptr);
@@ -237,6 +238,7 @@ private:
     {
         reap();
         std::vector<std::string> found;
+        found.reserve(8);
         const pid_t end = std::max(highest_pid_, newest_pid()) + 1;
         for (pid_t pid = 2; pid < end; ++pid) {
             if (::syscall(SYS_tgkill, pid, pid, 0) == 0) found.push_back(std::to_string(pid));

@@ -216,7 +216,7 @@ int World::segment_mode()
 std::string World::peek(std::int64_t offset, std::int64_t count)
 {
     std::string all;
-    constexpr std::int64_t kPiece = 64 * 1024;
+    constexpr std::int64_t kPiece = 65536;
     for (std::int64_t at = 0; at < count; at += kPiece) {
         all += ask(Op::kPeek, offset + at, std::min(kPiece, count - at)).payload;
     }
