@@ -19,22 +19,27 @@ std::int64_t cell_edge(std::int64_t start, std::int64_t end, std::size_t index, 
     return start + static_cast<std::int64_t>(part);
 }
 
-Cell paint_cell(std::span<const Stretch> stretches, std::int64_t from, std::int64_t to)
+// Which of `count` cells holds the byte at `place`.
+std::size_t cell_of(std::int64_t place, std::int64_t start, std::int64_t end, std::size_t count)
 {
-    Cell cell;
+    const auto part = static_cast<Wide>(place - start) * static_cast<Wide>(count) /
+                      static_cast<Wide>(end - start);
+    return static_cast<std::size_t>(part);
+}
+
+// The stretch with the largest share of [from, to); none when nothing lies there.
+const Stretch* largest_share(std::span<const Stretch> stretches, std::int64_t from, std::int64_t to)
+{
+    const Stretch* winner = nullptr;
     std::int64_t largest = 0;
-    std::size_t met = 0;
     for (const Stretch& stretch : stretches) {
         const std::int64_t share = std::min(stretch.end, to) - std::max(stretch.start, from);
-        if (share <= 0) continue;
-        ++met;
         if (share > largest) {
             largest = share;
-            cell = {stretch.paint, stretch.fragment};
+            winner = &stretch;
         }
     }
-    constexpr std::size_t kTooMany = 3;
-    return met >= kTooMany ? Cell{Paint::kSeveral, 0} : cell;
+    return winner;
 }
 
 struct Glyphs {
@@ -82,12 +87,29 @@ std::string name_of(const Cell& cell, std::size_t room)
     return name.size() <= room ? name : std::string();
 }
 
+// The labels of a scale: sizes, or exact bytes where sizes would not tell neighbours apart.
+std::vector<std::string> scale_labels(std::int64_t start, std::int64_t end, std::size_t steps)
+{
+    std::vector<std::string> labels;
+    bool is_distinct = true;
+    for (std::size_t i = 0; i <= steps; ++i) {
+        const std::int64_t at = cell_edge(start, end, i, steps);
+        labels.push_back(at == 0 ? "0" : fine_size_text(at));
+        is_distinct = is_distinct && (i == 0 || labels[i] != labels[i - 1]);
+    }
+    for (std::size_t i = 0; !is_distinct && i <= steps; ++i) {
+        labels[i] = std::to_string(cell_edge(start, end, i, steps));
+    }
+    return labels;
+}
+
 }  // namespace
 
 std::vector<Cell> paint_cells(std::span<const Stretch> stretches, std::int64_t start,
                               std::int64_t end, std::size_t cell_count)
 {
-    std::vector<Cell> cells;
+    std::vector<Cell> cells(cell_count);
+    std::vector<bool> is_shown(stretches.size());
     std::size_t first = 0;  // the first stretch that may still matter
     for (std::size_t i = 0; i < cell_count; ++i) {
         const std::int64_t from = cell_edge(start, end, i, cell_count);
@@ -95,7 +117,17 @@ std::vector<Cell> paint_cells(std::span<const Stretch> stretches, std::int64_t s
         while (first < stretches.size() && stretches[first].end <= from) ++first;
         std::size_t last = first;
         while (last < stretches.size() && stretches[last].start < to) ++last;
-        cells.push_back(paint_cell(stretches.subspan(first, last - first), from, to));
+        const Stretch* const winner =
+            largest_share(stretches.subspan(first, last - first), from, to);
+        if (winner == nullptr) continue;
+        cells[i] = {winner->paint, winner->fragment};
+        is_shown[static_cast<std::size_t>(winner - stretches.data())] = true;
+    }
+    for (std::size_t i = 0; i < stretches.size(); ++i) {
+        const std::int64_t length = stretches[i].end - stretches[i].start;
+        const std::int64_t middle = stretches[i].start + length / 2;
+        if (is_shown[i] || middle < start || middle >= end) continue;
+        cells[cell_of(middle, start, end, cell_count)] = {Paint::kSeveral, 0};
     }
     return cells;
 }
@@ -142,8 +174,9 @@ Scale draw_scale(std::int64_t start, std::int64_t end, std::size_t cell_count, b
     const std::size_t steps = std::clamp<std::size_t>(cell_count / kColumnsPerLabel, 1, 8);
     Scale scale{std::string(cell_count, ' '), {}};
     std::vector<bool> has_tick(cell_count);
+    const auto labels = scale_labels(start, end, steps);
     for (std::size_t i = 0; i <= steps; ++i) {
-        const std::string label = size_text(cell_edge(start, end, i, steps));
+        const std::string& label = labels[i];
         const std::size_t column = i * (cell_count - 1) / steps;
         has_tick[column] = true;
         const bool is_last = i == steps;

@@ -53,8 +53,9 @@ void run_open(const CommandOptions& options)
         fail_errno(kLocalFile, "the file cannot become standard input and output", errno,
                    "close some descriptors");
     }
-    std::vector<char*> arguments;
     std::vector<std::string> words = options.program;
+    std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (auto& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
     (void)std::signal(SIGPIPE, SIG_DFL);  // as a command expects it

@@ -45,10 +45,11 @@ std::string plural(std::size_t count, const char* one, const char* many)
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-// A drawn bar, and whether some cell of it stands for several pieces.
+// A drawn bar, and which special cells it has.
 struct Bar {
     std::string text;
     bool has_several = false;
+    bool has_nothing = false;
 };
 
 // A bar with its scale above and its names below.
@@ -62,7 +63,8 @@ Bar draw_bar(const std::string& name, std::span<const Stretch> stretches, std::i
                        margin("") + draw_cells(cells, style) + "\n";
     const std::string names = draw_names(cells);
     if (!names.empty()) text += margin("") + names + "\n";
-    return {text + "\n", std::ranges::count(cells, Paint::kSeveral, &Cell::paint) != 0};
+    return {text + "\n", std::ranges::count(cells, Paint::kSeveral, &Cell::paint) != 0,
+            std::ranges::count(cells, Paint::kNothing, &Cell::paint) != 0};
 }
 
 Bar draw_file(const FileMap& map, const std::vector<std::size_t>& fragments, const DrawStyle& style)
@@ -93,21 +95,20 @@ Bar draw_disk(const FileMap& map, const std::vector<std::size_t>& fragments, std
                     stretches.back().end, style);
 }
 
-std::string draw_legend(const MapSummary& summary, bool has_several, const DrawStyle& style)
+std::string draw_legend(const MapSummary& summary, const Bar& all, const DrawStyle& style)
 {
     struct Entry {
         Cell cell;
         const char* text;
         bool is_shown;
     };
-    const bool has_data = summary.fragment_count != 0;
     const std::array entries{
-        Entry{{Paint::kData, 1}, "data", has_data},
+        Entry{{Paint::kData, 1}, "data", summary.fragment_count != 0},
         Entry{{Paint::kData, 2}, "data, next fragment", summary.fragment_count > 1},
         Entry{{Paint::kUnwritten, 0}, "unwritten: reads as zeros", summary.unwritten_count != 0},
         Entry{{Paint::kHole, 0}, "hole: no blocks", summary.hole_count != 0},
-        Entry{{Paint::kSeveral, 0}, "several pieces", has_several},
-        Entry{{Paint::kNothing, 0}, "not this file's", has_data},
+        Entry{{Paint::kSeveral, 0}, "several pieces", all.has_several},
+        Entry{{Paint::kNothing, 0}, "not this file's", all.has_nothing},
     };
     std::string text = "legend";
     std::size_t column = text.size();
@@ -229,15 +230,14 @@ std::string draw_map(const FileMap& map, const DrawStyle& style)
         printable(map.path) + " of " + printable(map.share) + ": " + summary_text(map) + "\n";
     if (map.file_size == 0) return text;
     const auto fragments = number_fragments(map);
-    const Bar file = draw_file(map, fragments, style);
-    bool has_several = file.has_several;
-    text += "\n" + file.text;
+    Bar all = draw_file(map, fragments, style);
     for (std::size_t i = 0; i < map.volume.disks.size(); ++i) {
         const Bar disk = draw_disk(map, fragments, i, style);
-        has_several = has_several || disk.has_several;
-        text += disk.text;
+        all.has_several = all.has_several || disk.has_several;
+        all.has_nothing = all.has_nothing || disk.has_nothing;
+        all.text += disk.text;
     }
-    return text + draw_legend(summarize(map), has_several, style) +
+    return text + "\n" + all.text + draw_legend(summarize(map), all, style) +
            list_pieces(map, fragments, style);
 }
 

@@ -59,6 +59,25 @@ void append_utf8(std::string& out, char32_t point)
     add(0x80 | (point & 0x3F));
 }
 
+// A count in the largest unit of which there is at least one; no unit below a KiB.
+struct Scaled {
+    double value = 0;
+    const char* unit = nullptr;
+};
+
+Scaled scale_down(std::int64_t bytes)
+{
+    constexpr std::array kUnits{"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    constexpr double kNextUnit = 1023.95;  // what would print as 1024.0
+    Scaled scaled{static_cast<double>(bytes), nullptr};
+    if (bytes < 1024) return scaled;
+    for (const char* const unit : kUnits) {
+        scaled = {scaled.value / 1024, unit};
+        if (scaled.value < kNextUnit) break;
+    }
+    return scaled;
+}
+
 }  // namespace
 
 std::vector<FSUNI> fsuni_from_utf8(std::string_view text, const char* what)
@@ -137,19 +156,25 @@ std::string hex_text(const std::uint8_t* bytes, std::size_t count)
 
 std::string size_text(std::int64_t bytes)
 {
-    constexpr std::array kUnits{"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-    if (bytes < 1024) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
-    double value = static_cast<double>(bytes) / 1024;
-    std::size_t unit = 0;
-    while (value >= 1023.95 && unit + 1 < kUnits.size()) {
-        value /= 1024;
-        ++unit;
-    }
+    const Scaled scaled = scale_down(bytes);
+    if (scaled.unit == nullptr) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
     std::array<char, 32> text{};
-    const bool is_whole = value == static_cast<double>(static_cast<std::int64_t>(value));
-    (void)std::snprintf(text.data(), text.size(), is_whole ? "%.0f %s" : "%.1f %s", value,
-                        kUnits[unit]);
-    return text.data();
+    const bool is_whole =
+        scaled.value == static_cast<double>(static_cast<std::int64_t>(scaled.value));
+    (void)std::snprintf(text.data(), text.size(), is_whole ? "%.0f" : "%.1f", scaled.value);
+    return std::string(text.data()) + " " + scaled.unit;
+}
+
+std::string fine_size_text(std::int64_t bytes)
+{
+    const Scaled scaled = scale_down(bytes);
+    if (scaled.unit == nullptr) return size_text(bytes);
+    std::array<char, 32> digits{};
+    (void)std::snprintf(digits.data(), digits.size(), "%.2f", scaled.value);
+    std::string text = digits.data();
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.back() == '.') text.pop_back();
+    return text + " " + scaled.unit;
 }
 
 }  // namespace corvane

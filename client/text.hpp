@@ -32,5 +32,8 @@ namespace corvane {
 // Returns a byte count for people, as "12.5 MiB" or "512 bytes".
 [[nodiscard]] std::string size_text(std::int64_t bytes);
 
+// The same with two decimals, fewer when they are zeros: "2.25 MiB".
+[[nodiscard]] std::string fine_size_text(std::int64_t bytes);
+
 }  // namespace corvane
 #endif

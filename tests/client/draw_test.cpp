@@ -49,6 +49,12 @@ TEST(Bar, NothingSmallDisappears)
         {0, 499, Paint::kData, 1}, {499, 500, Paint::kHole, 0}, {500, 1000, Paint::kData, 1}};
 
     EXPECT_EQ(row(stretches, 1000, 11), "#####+#####");
+    const std::vector<Stretch> across_an_edge{
+        {0, 496, Paint::kHole, 0}, {496, 505, Paint::kData, 1}, {505, 1000, Paint::kHole, 0}};
+    EXPECT_EQ(row(across_an_edge, 1000, 10), ".....+....");
+    const std::vector<Stretch> at_the_end{{0, 999, Paint::kHole, 0}, {999, 1000, Paint::kData, 1}};
+    EXPECT_EQ(row(at_the_end, 1000, 10), ".........+");
+    EXPECT_EQ(row(at_the_end, 500, 10), "..........") << "what lies behind the range stays out";
 }
 
 TEST(Bar, NeighbouringFragmentsTakeTurns)
@@ -78,9 +84,11 @@ TEST(Bar, ScaleHasItsEndsAndEvenSteps)
 {
     const Scale scale = draw_scale(0, 1 << 20, 40, /*is_utf8=*/false);
 
-    EXPECT_EQ(scale.labels, "0 bytes            512 KiB         1 MiB");
+    EXPECT_EQ(scale.labels, "0                  512 KiB         1 MiB");
     EXPECT_EQ(scale.ruler, "+------------------+-------------------+");
     EXPECT_EQ(draw_scale(0, 10, 5, true).ruler, "├───┤");
+    EXPECT_EQ(draw_scale(9755648, 9756672, 40, false).labels,
+              "9755648            9756160       9756672");
 }
 
 TEST(Bar, ColourWrapsEachRun)
@@ -100,7 +108,7 @@ TEST(Draw, FragmentsAreCountedByPlaceOnDisk)
 constexpr char kAsciiDrawing[] =
     R"(report.dat of data: 64 KiB (65536 bytes) in 3 fragments, 1 hole, 1 unwritten extent
 
-file    0 bytes          21.3 KiB         42.7 KiB    64 KiB
+file    0                21.33 KiB        42.67 KiB   64 KiB
         +----------------+----------------+----------------+
         #############=============.............----------###
               1            2          hole     unwritten  3
@@ -125,7 +133,7 @@ legend  # data  = data, next fragment
 constexpr char kUtf8Drawing[] =
     R"(report.dat of data: 64 KiB (65536 bytes) in 3 fragments, 1 hole, 1 unwritten extent
 
-file    0 bytes          21.3 KiB         42.7 KiB    64 KiB
+file    0                21.33 KiB        42.67 KiB   64 KiB
         ├────────────────┬────────────────┬────────────────┤
         █████████████▓▓▓▓▓▓▓▓▓▓▓▓▓·············░░░░░░░░░░███
               1            2          hole     unwritten  3
@@ -187,6 +195,7 @@ TEST(Draw, LongMapsAreListedInPart)
 {
     FileMap map = sample_map();
     map.extents.clear();
+    map.file_size = 20 * 4096;
     for (std::int64_t i = 0; i < 20; ++i) {
         map.extents.push_back({i * 4096, 4096, Kind::kData, 0, (40 - 2 * i) * 4096});
     }

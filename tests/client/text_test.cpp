@@ -71,6 +71,14 @@ TEST(Text, SizesArePrintedInTheirUnit)
     EXPECT_EQ(size_text(INT64_MAX), "8 EiB");
 }
 
+TEST(Text, FineSizesDropTheirLastZeros)
+{
+    EXPECT_EQ(fine_size_text(0), "0 bytes");
+    EXPECT_EQ(fine_size_text(2359296), "2.25 MiB");
+    EXPECT_EQ(fine_size_text(1536), "1.5 KiB");
+    EXPECT_EQ(fine_size_text(100 * 1024), "100 KiB");
+}
+
 TEST(Text, BytesPrintAsHex)
 {
     const std::uint8_t bytes[] = {0x00, 0x9A, 0xFF, 0x12};
