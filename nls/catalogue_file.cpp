@@ -7,6 +7,21 @@
 #include <cerrno>
 #include <cstring>
 
+namespace {
+
+// A writer may let sets share texts; nothing useful shares all of them more often than this.
+constexpr std::uint64_t kTimesShared = 64;
+
+// Bytes in the file; 0 when that cannot be told.
+std::uint64_t size_of(int fd) noexcept
+{
+    struct stat status = {};
+    if (fstat(fd, &status) != 0 || status.st_size < 0) return 0;
+    return static_cast<std::uint64_t>(status.st_size);
+}
+
+}  // namespace
+
 namespace corvane {
 
 bool read_exactly(int fd, std::uint64_t offset, void* out, std::size_t size) noexcept
@@ -25,10 +40,13 @@ bool read_exactly(int fd, std::uint64_t offset, void* out, std::size_t size) noe
 
 bool file_holds(int fd, std::uint64_t offset, std::uint64_t size) noexcept
 {
-    struct stat status = {};
-    if (fstat(fd, &status) != 0 || status.st_size < 0) return false;
-    const auto file_bytes = static_cast<std::uint64_t>(status.st_size);
+    const std::uint64_t file_bytes = size_of(fd);
     return offset <= file_bytes && size <= file_bytes - offset;
+}
+
+bool is_fair_share(int fd, std::uint64_t bytes) noexcept
+{
+    return bytes <= kTimesShared * size_of(fd);
 }
 
 bool read_header(int fd, MCHeaderT& header) noexcept

@@ -17,6 +17,10 @@ namespace corvane {
 // True when the file holds `size` bytes at `offset`.
 [[nodiscard]] bool file_holds(int fd, std::uint64_t offset, std::uint64_t size) noexcept;
 
+// True while `bytes` read from a file in all may come of sets that share its blocks; false when a
+// small file has its blocks read so often that it would fill the memory.
+[[nodiscard]] bool is_fair_share(int fd, std::uint64_t bytes) noexcept;
+
 // Reads and converts the header. False when the file is too short for one or has another magic.
 [[nodiscard]] bool read_header(int fd, MCHeaderT& header) noexcept;
 

@@ -143,7 +143,7 @@ vor_cat_t loadCat(const char* path, std::uint32_t flags) noexcept
         report_no_memory();
         return corvane::kNoCatalogue;
     }
-    *memory = {flags, open_file(path), 0, nullptr};
+    *memory = {flags, open_file(path), 0, nullptr, 0};
     vor_cat_t result = memory->fd < 0 ? corvane::kNoCatalogue : fill_or_refuse(*memory, path);
     if (result == memory && addCat(path, memory) != 0) result = corvane::kNoCatalogue;
     if (result != memory) corvane::release_catalogue(memory);

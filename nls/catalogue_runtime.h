@@ -17,10 +17,11 @@ extern "C" {
 
 /* An open catalogue. */
 struct vor_catalogue {
-    uint32_t flags;  /* as given to vor_catopen */
-    int32_t fd;      /* -1 once all sets are loaded and the file is closed */
-    int32_t numSets; /* valid sets */
-    MCSetT* sets;    /* in file order, which ascends by number */
+    uint32_t flags;       /* as given to vor_catopen */
+    int32_t fd;           /* -1 once all sets are loaded and the file is closed */
+    int32_t numSets;      /* valid sets */
+    MCSetT* sets;         /* in file order, which ascends by number */
+    uint64_t loadedBytes; /* of the file, in all sets loaded so far */
 };
 
 #define VOR_CACHE_SLOTS 10

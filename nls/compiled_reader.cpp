@@ -23,8 +23,11 @@ std::vector<char> read_block(int fd, std::uint32_t offset, std::uint64_t size)
     return block;
 }
 
-void read_messages(int fd, const MCSetT& set)
+// Adds the set's messages; `read_bytes` counts what all sets have taken so far.
+void read_messages(int fd, const MCSetT& set, std::uint64_t& read_bytes)
 {
+    read_bytes += set.dataLen + std::uint64_t{set.numMsgs} * sizeof(MCMsgT);
+    if (!corvane::is_fair_share(fd, read_bytes)) corrupt();
     const std::vector<char> texts = read_block(fd, set.dataOffset.offset, set.dataLen);
     const std::vector<char> records =
         read_block(fd, set.msgIndex.offset, std::uint64_t{set.numMsgs} * sizeof(MCMsgT));
@@ -36,6 +39,8 @@ void read_messages(int fd, const MCSetT& set)
         const char* const text =
             corvane::block_text(texts.data(), texts.size(), message.textOffset.offset);
         if (text == nullptr) corrupt();
+        read_bytes += std::strlen(text);
+        if (!corvane::is_fair_share(fd, read_bytes)) corrupt();
         corvane::add_message(static_cast<std::int32_t>(message.msgId), text, nullptr);
     }
 }
@@ -51,11 +56,12 @@ void read_compiled(int fd)
     if (header.majorVer != MC_MAJOR_VERSION) compile_error("unrecognized catalog version");
     (void)open_catalogue();
     SetChain chain(fd, header.firstSet);
+    std::uint64_t read_bytes = 0;
     MCSetT set;
     SetChain::Step step = chain.next(set);
     for (; step == SetChain::Step::kRecord; step = chain.next(set)) {
         add_set(static_cast<std::int32_t>(set.setId), nullptr);
-        if (set.dataLen != 0) read_messages(fd, set);
+        if (set.dataLen != 0) read_messages(fd, set, read_bytes);
     }
     if (step == SetChain::Step::kCorrupt) corrupt();
 }

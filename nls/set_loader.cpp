@@ -64,6 +64,8 @@ std::uint32_t convert_messages(const MCSetT& set, const char* texts, TextBuffer&
 
 std::int32_t loadSet(vor_cat_t catalogue, MCSetT* set) noexcept
 {
+    const std::uint64_t bytes = set->dataLen + std::uint64_t{set->numMsgs} * sizeof(MCMsgT);
+    if (!corvane::is_fair_share(catalogue->fd, catalogue->loadedBytes + bytes)) return kCorrupt;
     nls_ptr<char> texts;
     nls_ptr<char> records;
     std::int32_t result = read_block(catalogue->fd, set->dataOffset.offset, set->dataLen, texts);
@@ -82,6 +84,7 @@ std::int32_t loadSet(vor_cat_t catalogue, MCSetT* set) noexcept
     set->dataLen = capacity;
     corvane::set_slot_address(set->dataOffset, buffer.release());
     corvane::set_slot_address(set->msgIndex, records.release());
+    catalogue->loadedBytes += bytes;
     corvane::publish_loaded(*set);
     return kLoaded;
 }

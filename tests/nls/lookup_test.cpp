@@ -255,6 +255,28 @@ TEST_F(Lookup, TextsThatShareBytesEndWithTheBuffer)
     EXPECT_EQ(text(cat, 2, 5), "(none)");
 }
 
+TEST_F(Lookup, SetsMayShareABlockButNotWithoutBound)
+{
+    // A thousand sets of the one block, which is all that lies behind them.
+    constexpr std::uint32_t kSets = 1000;
+    constexpr std::uint32_t kBlock = 28 + kSets * 36;
+    const std::string block = std::string(19999, 'x') + '\0';
+    std::string bytes = header(kSets);
+    for (std::uint32_t set = 0; set < kSets; ++set) {
+        const std::uint32_t next = set + 1 == kSets ? 0 : 28 + (set + 1) * 36;
+        bytes += set_record(set, next, kBlock + 20000, kBlock, 20000, 1);
+    }
+    const vor_cat_t cat = open_bytes(bytes + block + message_record(1, 19990));
+
+    std::uint32_t found = 0;
+    for (std::uint32_t set = 0; set < kSets; ++set) {
+        found += text(cat, static_cast<std::int32_t>(set), 1) == "xxxxxxxxx" ? 1 : 0;
+    }
+
+    EXPECT_GT(found, 100U);
+    EXPECT_LT(found, 200U) << "64 times the size of the file";
+}
+
 TEST_F(Lookup, RecordsInNoOrderEndTheSearch)
 {
     const std::string data("x\0", 2);

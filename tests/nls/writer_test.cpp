@@ -170,6 +170,22 @@ TEST(CatalogueReader, CorruptFilesAreFatal)
     }
 }
 
+TEST(CatalogueReader, TextsMayBeSharedButNotWithoutBound)
+{
+    const auto shared = [](std::uint32_t messages) {
+        std::string records;
+        for (std::uint32_t number = 1; number <= messages; ++number)
+            records += message_record(number, 0);
+        const std::string data = std::string(9999, 'x') + '\0';
+        return header(1) + set_record(2, 0, 10064, 64, 10000, messages) + data + records;
+    };
+    const Compiler compiler;
+    compiler.read(shared(50));
+    EXPECT_EQ(cat->first->last->msgId, 50);
+    EXPECT_EXIT(compiler.read(shared(200)), testing::ExitedWithCode(1),
+                "^gencat: corrupt message catalog on line 0\n\n$");
+}
+
 TEST(CatalogueReader, OtherVersionIsFatal)
 {
     const Compiler compiler;
