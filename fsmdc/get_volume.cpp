@@ -50,6 +50,7 @@ constexpr ReplyDraft::Shape kShape{SP_GET_VOLUME_RECORD, SP_GET_VOLUME_FIXED_BYT
     const std::uint32_t result =
         library.FS_GetVolByCookie(volume_cookie_of(request), draft.record(), &room_bytes);
     const ReplySize size = draft.volume_size();
+    draft.note_written(size);
     if (!draft.holds(size)) return FS_E_MISC_ERROR;
     reply = draft.copy(size);
     return reply != nullptr ? result : FS_E_OUT_OF_MEMORY;

@@ -31,8 +31,11 @@ struct MapRange {
                                             const ReplyDraft& draft) noexcept
 {
     std::uint32_t room_bytes = draft.room_bytes();
-    return file.library->FS_GetLockedMap(file.volume_cookie, file.file_cookie, range.start,
-                                         range.length, range.flag, draft.record(), &room_bytes);
+    const std::uint32_t result =
+        file.library->FS_GetLockedMap(file.volume_cookie, file.file_cookie, range.start,
+                                      range.length, range.flag, draft.record(), &room_bytes);
+    draft.note_written(draft.map_size());
+    return result;
 }
 
 // Sets the sizes, of which -1 leaves one as it is. Space that could not all be allocated counts as

@@ -18,6 +18,9 @@ namespace {
 constexpr std::int32_t kDefaultReplyBytes = 64512;
 constexpr std::size_t kKeptBytes =
     65536;  // longer drafts, which no datagram can carry, are not kept
+constexpr std::size_t kLookBehindBytes = 512;
+constexpr std::size_t kLineBytes = 64;
+constexpr std::size_t kPageBytes = 4096;
 constexpr std::int64_t kMapReplyBase =
     162;  // the same for both map replies, though their records start apart
 constexpr std::int64_t kVolumeTextBase = 274;
@@ -46,13 +49,39 @@ thread_local KeptBuffer t_kept;
     return t_kept.bytes;
 }
 
-// A plug-in may have written anywhere in its room, whatever it reported: all of it is cleared.
-void give_back(std::byte* bytes, std::size_t size_bytes) noexcept
+[[nodiscard]] bool is_zero(const std::byte* from, const std::byte* end) noexcept
+{
+    // All bytes equal the first one: a comparison with itself, one byte on, at the speed of memcmp.
+    return from == end ||
+           (*from == std::byte{0} &&
+            std::memcmp(from, from + 1, static_cast<std::size_t>(end - from) - 1) == 0);
+}
+
+// True when a plug-in is seen to have written behind what it reported: right behind it, at the end
+// of its room, or on any page between.
+[[nodiscard]] bool has_strays(const std::byte* bytes, std::size_t written_bytes,
+                              std::size_t room_end) noexcept
+{
+    const std::byte* const end = bytes + room_end;
+    const std::byte* at = bytes + std::min(written_bytes, room_end);
+    if (!is_zero(at, std::min(at + kLookBehindBytes, end))) return true;
+    if (!is_zero(std::max(at, end - kLineBytes), end)) return true;
+    for (; at < end; at += kPageBytes) {
+        if (!is_zero(at, std::min(at + kLineBytes, end))) return true;
+    }
+    return false;
+}
+
+// Makes the buffer all zeros again. What was reported is cleared; where a plug-in wrote more than
+// it reported, all of its room is.
+void give_back(std::byte* bytes, std::size_t written_bytes, std::size_t room_end,
+               std::size_t size_bytes) noexcept
 {
     if (size_bytes > kKeptBytes) {
         OSL_Free(bytes);
     } else if (bytes != nullptr) {
-        std::memset(bytes, 0, size_bytes);
+        const bool all = has_strays(bytes, written_bytes, room_end);
+        std::memset(bytes, 0, all ? size_bytes : written_bytes);
     }
 }
 
@@ -94,11 +123,12 @@ ReplyDraft::ReplyDraft(const void* request, const FsLibrary* library, const Shap
             ? static_cast<std::uint32_t>(most) - static_cast<std::uint32_t>(shape.kept_back_bytes)
             : 0;
     write_header(bytes_, request, size_bytes, library);
+    written_bytes_ = std::min(record_offset_, size_bytes);
 }
 
 ReplyDraft::~ReplyDraft()
 {
-    give_back(bytes_, size_bytes_);
+    give_back(bytes_, written_bytes_, record_offset_ + room_bytes_, size_bytes_);
 }
 
 // Units of the error text at `text_offset` of the record; more than the room holds when it does not
@@ -129,6 +159,16 @@ ReplySize ReplyDraft::volume_size() const noexcept
     }
     const std::int64_t units = error_text_units(sizeof head);
     return {2 * units, kVolumeTextBase + 2 * units};
+}
+
+void ReplyDraft::note_written(const ReplySize& size) const noexcept
+{
+    const std::int64_t most = static_cast<std::int64_t>(size_bytes_);
+    const std::int64_t record_end = static_cast<std::int64_t>(record_offset_) + size.record_bytes;
+    const std::int64_t end = std::max(record_end, size.reply_bytes);
+    // A plug-in that reports nonsense may have written anything.
+    const bool is_sane = size.record_bytes >= 0 && end <= most;
+    written_bytes_ = std::max(written_bytes_, static_cast<std::size_t>(is_sane ? end : most));
 }
 
 bool ReplyDraft::holds(const ReplySize& size) const noexcept

@@ -66,6 +66,10 @@ public:
     [[nodiscard]] ReplySize map_size() const noexcept;
     [[nodiscard]] ReplySize volume_size() const noexcept;
 
+    // Remembers how far a plug-in says that it wrote. To be called after each call that writes a
+    // record: the next draft of this thread begins with zeros because of it.
+    void note_written(const ReplySize& size) const noexcept;
+
     // True when the plug-in had room for what it reported; logs it when not.
     [[nodiscard]] bool holds(const ReplySize& size) const noexcept;
 
@@ -77,6 +81,7 @@ private:
 
     std::byte* bytes_ = nullptr;
     std::size_t size_bytes_ = 0;
+    mutable std::size_t written_bytes_ = 0;  // bookkeeping for the destructor alone
     std::size_t record_offset_;
     std::uint32_t room_bytes_ = 0;
 };

@@ -409,6 +409,28 @@ TEST_F(InitialMap, NothingThatAPlugInScribbledReachesTheNextReply)
     EXPECT_EQ(hex(bytes_of(second, kMap + 64), 64256 - 62), std::string(2 * (64256 - 62), '0'));
 }
 
+// Right behind the reported record, in the middle of the room, and at its very end.
+TEST_F(InitialMap, AStrayWriteOfAPlugInDoesNotReachTheNextReply)
+{
+    for (const int stray_at : {64, 500, 30000, 64192}) {
+        PluginA::script.maps = {map_of(0, 64)};
+        PluginA::script.scribble = [stray_at](void* record) {
+            std::memset(static_cast<char*>(record) + stray_at, 0xEE, stray_at == 30000 ? 8192 : 64);
+        };
+        const Reply first = ask();
+        PluginA::script.scribble = nullptr;
+        MapAnswer answer = map_of(0, 64);
+        put32(answer.record, 16, 64256);
+        PluginA::script.maps = {answer};
+
+        const Reply second = ask();
+
+        ASSERT_EQ(get32(second.get(), 28), 162 + 64256);
+        EXPECT_EQ(hex(bytes_of(second, kMap + 64), 64256 - 62), std::string(2 * (64256 - 62), '0'))
+            << stray_at;
+    }
+}
+
 TEST_F(InitialMap, AForeignRequestIsTurnedRoundAndAnsweredInOurOrder)
 {
     put32(request_, 0, 0x01000000);
