@@ -42,17 +42,16 @@ TEST_P(LeaseExpired, IsDecidedByAgeAndDuration)
 }
 INSTANTIATE_TEST_SUITE_P(
     Moments, LeaseExpired,
-    ::testing::Values(
-        Moment{"a_millisecond_early", 1000, 5000, 35999, false},
-        Moment{"on_time", 1000, 5000, 36000, true},
-        Moment{"zero_duration_early", 1000, 0, 30999, false},
-        Moment{"zero_duration_on_time", 1000, 0, 31000, true},
-        // 39999 of 40000 have passed over the wrap by the stated rule, which loses one
-        Moment{"wrapped_early", 0xFFFFFFFF - 9999, 10000, 30000, false},
-        Moment{"wrapped_on_time", 0xFFFFFFFF - 9999, 10000, 30001, true},
-        Moment{"clock_set_back", 10000, 5000, 9000, true},
-        Moment{"endless_duration_wraps", 0, 0xFFFFFFFF, 29998, false},
-        Moment{"endless_duration_has_wrapped", 0, 0xFFFFFFFF, 29999, true}),
+    ::testing::Values(Moment{"a_millisecond_early", 1000, 5000, 35999, false},
+                      Moment{"on_time", 1000, 5000, 36000, true},
+                      Moment{"zero_duration_early", 1000, 0, 30999, false},
+                      Moment{"zero_duration_on_time", 1000, 0, 31000, true},
+                      // 39999 of 40000 have passed over the wrap by a rule that loses one
+                      Moment{"wrapped_early", 0xFFFFFFFF - 9999, 10000, 30000, false},
+                      Moment{"wrapped_on_time", 0xFFFFFFFF - 9999, 10000, 30001, true},
+                      Moment{"clock_set_back", 10000, 5000, 9000, true},
+                      Moment{"endless_duration_wraps", 0, 0xFFFFFFFF, 29998, false},
+                      Moment{"endless_duration_has_wrapped", 0, 0xFFFFFFFF, 29999, true}),
     [](const auto& test) { return std::string(test.param.name); });
 
 // Leases filed in the wheel, and the same leases in a set that is looked through one by one.

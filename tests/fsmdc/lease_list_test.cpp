@@ -327,6 +327,37 @@ TEST_F(LeaseList, BothPurgesGoNewestFirst)
     }
 }
 
+// One request drops 1024 leases at the most; the purge itself goes on to the end, in the list's
+// order.
+TEST_F(LeaseList, AMassExpiryIsSharedOut)
+{
+    constexpr std::uint32_t kLeases = 3000;
+    globalKey = 0;
+    for (std::uint32_t i = 0; i < kLeases; ++i) {
+        Bytes file(32);
+        put32(file, 0, __builtin_bswap32(i));
+        ASSERT_EQ(AddLeaseToList(cookie(0x10).data(), file.data(), cookie(1, 16).data(),
+                                 cookie(2, 16).data(), 1, 5000, nullptr, nullptr),
+                  0);
+    }
+    g_clock_s = 2000;
+
+    add({});
+    EXPECT_EQ(keys().size(), kLeases + 1 - 1024);
+
+    collect_traces();
+    EXPECT_EQ(PurgeLeaseList(), 0);
+    EXPECT_EQ(keys().size(), 1u);
+    ASSERT_EQ(g_traces.size(), 2 * (kLeases - 1024));
+    unsigned last = kLeases;
+    for (std::size_t i = 1; i < g_traces.size(); i += 2) {
+        unsigned key = 0;
+        ASSERT_EQ(std::sscanf(g_traces[i].c_str(), "purging expired lease 0x%x", &key), 1);
+        ASSERT_LT(key, last);
+        last = key;
+    }
+}
+
 TEST_F(LeaseList, APurgedLeaseWithoutALibraryUnlocksNothing)
 {
     const auto key = add({.library = nullptr});
@@ -367,7 +398,7 @@ TEST_F(LeaseList, ARecordChangedThroughTheListIsHeededByThePurge)
     EXPECT_FALSE(is_listed(key));
 }
 
-// By the stated rule an age below zero counts as almost 2^32.
+// An age below zero counts as almost 2^32.
 TEST_F(LeaseList, AClockSetBackExpiresWhatWasGrantedAfterIt)
 {
     const auto older = add({.file = 0x60, .duration_ms = 100000});

@@ -1,4 +1,4 @@
-// Byte order of bodies and records: exactly the stated fields turn round, at any address, within
+// Byte order of bodies and records: exactly the listed fields turn round, at any address, within
 // the message.
 #include <gtest/gtest.h>
 
