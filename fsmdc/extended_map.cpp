@@ -8,6 +8,7 @@
 #include "fsmdc/reply.hpp"
 #include "fsmdc/service.h"
 #include "mdcmain/log.hpp"
+#include "osl/counters.hpp"
 #include "osl/thread.h"
 
 namespace corvane {
@@ -96,6 +97,7 @@ private:
         if (ChangeLeaseEntry(key_, static_cast<std::uint32_t>(longer_ms)) != 0) {
             return {FS_E_UNABLE_TO_SET_LEASE};
         }
+        count_event(COUNTERS_EVENT_LEASE_RENEWED);
         return {FS_E_SUCCESS, longer_ms};
     }
 

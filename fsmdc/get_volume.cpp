@@ -3,6 +3,7 @@
 
 #include "fsmdc/fs_result.h"
 #include "fsmdc/messages.h"
+#include "fsmdc/plugin_calls.hpp"
 #include "fsmdc/reply.hpp"
 #include "fsmdc/request_path.hpp"
 #include "fsmdc/service.h"
@@ -34,7 +35,10 @@ constexpr ReplyDraft::Shape kShape{SP_GET_VOLUME_RECORD, SP_GET_VOLUME_FIXED_BYT
     if (result != FS_E_SUCCESS) return result;
     for (FsLibrary* library : libs) {
         if (library == nullptr) continue;
-        if (library->FS_GetVolCookie(mount_point, volume_cookie_of(request)) != 0) continue;
+        if (counted(library, COUNTERS_CALL_GET_VOL_COOKIE,
+                    library->FS_GetVolCookie(mount_point, volume_cookie_of(request))) != 0) {
+            continue;
+        }
         return AddVolumeDispatcherToList(volume_cookie_of(request), library);
     }
     return FS_E_SUCCESS;
@@ -48,7 +52,8 @@ constexpr ReplyDraft::Shape kShape{SP_GET_VOLUME_RECORD, SP_GET_VOLUME_FIXED_BYT
     if (!draft) return FS_E_OUT_OF_MEMORY;
     std::uint32_t room_bytes = draft.room_bytes();
     const std::uint32_t result =
-        library.FS_GetVolByCookie(volume_cookie_of(request), draft.record(), &room_bytes);
+        counted(&library, COUNTERS_CALL_GET_VOL_BY_COOKIE,
+                library.FS_GetVolByCookie(volume_cookie_of(request), draft.record(), &room_bytes));
     const ReplySize size = draft.volume_size();
     draft.note_written(size);
     if (!draft.holds(size)) return FS_E_MISC_ERROR;

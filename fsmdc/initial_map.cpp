@@ -5,6 +5,7 @@
 #include "fsmdc/lease.h"
 #include "fsmdc/map_file.hpp"
 #include "fsmdc/messages.h"
+#include "fsmdc/plugin_calls.hpp"
 #include "fsmdc/reply.hpp"
 #include "fsmdc/request_path.hpp"
 #include "fsmdc/service.h"
@@ -44,7 +45,8 @@ constexpr unsigned kPathUnits = 1024;
     for (FsLibrary* library : libs) {
         if (library == nullptr) continue;
         const std::uint32_t result =
-            library->FS_GetCookies(full_path, file.volume_cookie, file.file_cookie);
+            counted(library, COUNTERS_CALL_GET_COOKIES,
+                    library->FS_GetCookies(full_path, file.volume_cookie, file.file_cookie));
         if (result == FS_E_SUCCESS) {
             file.library = library;
             return AddVolumeDispatcherToList(file.volume_cookie, library);

@@ -10,6 +10,7 @@
 #include "fsmdc/fs_result.h"
 #include "fsmdc/lease_expiry.hpp"
 #include "fsmdc/lease_index.hpp"
+#include "fsmdc/plugin_calls.hpp"
 #include "mdcmain/log.hpp"
 #include "osl/bytes.hpp"
 #include "osl/lock_guard.hpp"
@@ -78,12 +79,22 @@ void renew(Lease& lease, std::uint32_t duration_ms) noexcept
     g_state.expiry.file(lease, lease.record.creationTime);
 }
 
+// The last lease of a file is gone.
+void unlock_file(const FsLibrary* library, const LeaseRecord& record) noexcept
+{
+    count_event(COUNTERS_EVENT_FILE_UNLOCKED);
+    if (library == nullptr || library->FS_UnlockMap == nullptr) return;
+    (void)library->FS_UnlockMap(record.volumeCookie, record.fileCookie);  // has no result
+    count_plugin_call(slot_of(library), COUNTERS_CALL_UNLOCK_MAP, /*refused=*/false);
+}
+
 // Takes out a lease that has run out; unlocks its file when no other lease of it is left.
 void drop(Lease& lease, std::uint32_t now) noexcept
 {
     const LeaseRecord& record = lease.record;
     const bool has_other = LeaseIndex::has_other_of_file(lease);
     unlink(lease);
+    count_event(COUNTERS_EVENT_LEASE_EXPIRED);
     CORVANE_TRACE("Purged lease  key:0x%x, intention:%d  duration:%u creation:%u time:%u\n",
                   record.key, record.intention, record.duration, record.creationTime, now);
     if (has_other) {
@@ -91,10 +102,7 @@ void drop(Lease& lease, std::uint32_t now) noexcept
         return;
     }
     CORVANE_TRACE("purging expired lease 0x%x\n", record.key);
-    if (record.library != nullptr && record.library->FS_UnlockMap != nullptr) {
-        (void)record.library->FS_UnlockMap(record.volumeCookie,
-                                           record.fileCookie);  // has no result
-    }
+    unlock_file(record.library, record);
 }
 
 // Drops leases in the order of the list, the newest first.
@@ -207,6 +215,8 @@ void free_all(std::span<Lease*> leases) noexcept
         lease->record.key = globalKey++;
         link_newest(lease->record);
         g_state.index.add(*lease);
+        count_event(COUNTERS_EVENT_LEASE_GRANTED);
+        if (!LeaseIndex::has_other_of_file(*lease)) count_event(COUNTERS_EVENT_FILE_LOCKED);
     } else {
         CORVANE_TRACE("Duplicate lease detected.  Bailing...\n");
     }
@@ -312,11 +322,9 @@ std::uint32_t RemoveLeaseFromList(std::uint32_t key, void* volume_cookie, void* 
         OSL_MemCopy(file_cookie, record.fileCookie, sizeof record.fileCookie);
         const bool has_other = LeaseIndex::has_other_of_file(*lease);
         unlink(*lease);
+        count_event(COUNTERS_EVENT_LEASE_CLOSED);
         if (!has_other) {
-            if (library != nullptr && library->FS_UnlockMap != nullptr) {
-                (void)library->FS_UnlockMap(record.volumeCookie,
-                                            record.fileCookie);  // has no result
-            }
+            unlock_file(library, record);
         } else if (trace_wanted()) {
             (void)MoreCookiesInList(record.fileCookie);  // for its trace
             corvane_trace("Skipping unlock,dup key detect (below)\n");

@@ -4,6 +4,7 @@
 
 #include "fsmdc/lease.h"
 #include "fsmdc/messages.h"
+#include "fsmdc/plugin_calls.hpp"
 
 std::int32_t defaultReadLease = 5000;
 std::int32_t defaultWriteLease = 3600000;
@@ -38,7 +39,10 @@ extern "C" std::int32_t CalcLease(std::int32_t requested_ms, std::int32_t intent
     }
     std::int32_t read_s = lease_ms;
     std::int32_t write_s = lease_ms;
-    if (library->FS_GetMaxLeases(volume_cookie, &read_s, &write_s) != 0) return lease_ms;
+    if (corvane::counted(library, COUNTERS_CALL_GET_MAX_LEASES,
+                         library->FS_GetMaxLeases(volume_cookie, &read_s, &write_s)) != 0) {
+        return lease_ms;
+    }
     return std::min(lease_ms, reads ? corvane::limit_ms(read_s, defaultReadLease)
                                     : corvane::limit_ms(write_s, defaultWriteLease));
 }

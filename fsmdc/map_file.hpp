@@ -8,6 +8,7 @@
 #include "fsmdc/fs_plugin.h"
 #include "fsmdc/fs_result.h"
 #include "fsmdc/loader.h"
+#include "fsmdc/plugin_calls.hpp"
 #include "fsmdc/records.h"
 #include "fsmdc/reply.hpp"
 #include "osl/thread.h"
@@ -31,9 +32,10 @@ struct MapRange {
                                             const ReplyDraft& draft) noexcept
 {
     std::uint32_t room_bytes = draft.room_bytes();
-    const std::uint32_t result =
+    const std::uint32_t result = counted(
+        file.library, COUNTERS_CALL_GET_LOCKED_MAP,
         file.library->FS_GetLockedMap(file.volume_cookie, file.file_cookie, range.start,
-                                      range.length, range.flag, draft.record(), &room_bytes);
+                                      range.length, range.flag, draft.record(), &room_bytes));
     draft.note_written(draft.map_size());
     return result;
 }
@@ -43,8 +45,10 @@ struct MapRange {
 [[nodiscard]] inline std::uint32_t set_file_sizes(const MappedFile& file, std::int64_t file_size,
                                                   std::int64_t allocation) noexcept
 {
-    const std::uint32_t result = file.library->FS_SetFileSizes(file.volume_cookie, file.file_cookie,
-                                                               0, file_size, allocation, -1);
+    const std::uint32_t result =
+        counted(file.library, COUNTERS_CALL_SET_FILE_SIZES,
+                file.library->FS_SetFileSizes(file.volume_cookie, file.file_cookie, 0, file_size,
+                                              allocation, -1));
     return result == FS_E_SHORT_ALLOC ? FS_E_SUCCESS : result;
 }
 

@@ -4,6 +4,7 @@
 #include "fsmdc/fs_result.h"
 #include "fsmdc/lease.h"
 #include "fsmdc/messages.h"
+#include "fsmdc/plugin_calls.hpp"
 #include "fsmdc/reply.hpp"
 #include "fsmdc/service.h"
 #include "mdcmain/log.hpp"
@@ -23,14 +24,16 @@ namespace {
     if (library == nullptr) return FS_E_NO_LIBRARY;
     const auto file_size = GET_FIELD(request, SetSizeRequest, filesize);
     // Here even space that could not all be allocated is a failure.
-    const std::uint32_t result =
-        library->FS_SetFileSizes(lease.volumeCookie, lease.fileCookie, 0, file_size, -1, -1);
+    const std::uint32_t result = counted(
+        library, COUNTERS_CALL_SET_FILE_SIZES,
+        library->FS_SetFileSizes(lease.volumeCookie, lease.fileCookie, 0, file_size, -1, -1));
     if (result != FS_E_SUCCESS) return result;
     const std::int32_t granted_ms = CalcLease(GET_FIELD(request, SetSizeRequest, lease),
                                               lease.intention, library, lease.volumeCookie);
     if (ChangeLeaseEntry(key, static_cast<std::uint32_t>(granted_ms)) != 0) {
         return FS_E_UNABLE_TO_SET_LEASE;
     }
+    count_event(COUNTERS_EVENT_LEASE_RENEWED);
     lease_ms = granted_ms;
     return FS_E_SUCCESS;
 }

@@ -9,6 +9,7 @@
 #include "lan/socket.hpp"
 #include "mdcmain/log.hpp"
 #include "osl/bytes.hpp"
+#include "osl/counters.hpp"
 #include "osl/memory.h"
 #include "osl/thread.h"
 
@@ -58,6 +59,7 @@ void count_failed_receive(ssize_t received) noexcept
 {
     const std::int32_t total =
         std::atomic_ref<std::int32_t>(recvErrs).fetch_add(1, std::memory_order_relaxed) + 1;
+    count_event(COUNTERS_EVENT_RECEIVE_ERROR);
     CORVANE_TRACE("FTX2006I DGRAM: failed recvfrom:%d (total recv errors %d)\n",
                   static_cast<int>(received), total);
 }
@@ -135,6 +137,7 @@ std::uint32_t DGRAM_SendReply(const DgramReplyAddr* sender, const void* reply,
     const ssize_t sent = sendto(sender->socket, reply, length_bytes, 0,
                                 corvane::as_sockaddr(sender->sender), sizeof sender->sender);
     if (sent == static_cast<ssize_t>(length_bytes)) return 0;
+    corvane::count_event(COUNTERS_EVENT_SEND_ERROR);
     CORVANE_TRACE("FTX2011I DGRAM_sendReply sendto failed bytes returned:%d replyLength: %d\n",
                   static_cast<int>(sent), static_cast<int>(length_bytes));
     return DGRAM_E_SHORT_REPLY;

@@ -12,6 +12,7 @@
 #include "lan/tracker_list.hpp"
 #include "mdcmain/log.hpp"
 #include "osl/bytes.hpp"
+#include "osl/counters.hpp"
 #include "osl/lock_guard.hpp"
 #include "osl/memory.h"
 #include "osl/shared_word.hpp"
@@ -93,6 +94,7 @@ Earlier look_up_or_register(LanServer& server, const DgramReplyAddr* sender,
         earlier.state = Earlier::kInProcess;
         CORVANE_TRACE("Dropping duplicate message\n");
         store_shared(numDupsDropped, load_shared(numDupsDropped) + 1);
+        count_event(COUNTERS_EVENT_DUPLICATE_DROPPED);
     }
     return earlier;
 }

@@ -9,6 +9,7 @@
 #include "lan/tracker_list.hpp"
 #include "mdcmain/log.hpp"
 #include "osl/bytes.hpp"
+#include "osl/counters.hpp"
 #include "osl/lock_guard.hpp"
 #include "osl/memory.h"
 #include "osl/shared_word.hpp"
@@ -115,6 +116,7 @@ void* LAN_HandleDuplicate(LanServer* server, const void* comm_cookie, const void
     void* const reply = LAN_MakeMessageCopy(entry->reply);
     CORVANE_TRACE("Found duplicate message\n");
     store_shared(numDupsRepliedTo, load_shared(numDupsRepliedTo) + 1);
+    corvane::count_event(COUNTERS_EVENT_DUPLICATE_ANSWERED);
     CORVANE_TRACE("Found duplicate message\n");  // twice is what readers of the traces know
     return reply;
 }
