@@ -71,7 +71,10 @@ int32_t DgramServer_MessageHandler(void* message, int32_t length_bytes, DgramRep
     if (reply == nullptr) return 0;
     const auto header = corvane::load<LanHeader>(reply.get());
     (void)DGRAM_SendReply(sender, reply.get(), header.length);  // the client asks again
-    corvane::count_request(-header.functionCode, corvane::outcome_of(reply.get(), header),
+    // The lowest code of all is its own negation: turned back in unsigned words, like the reply's.
+    const auto function_code =
+        static_cast<int32_t>(0U - static_cast<uint32_t>(header.functionCode));
+    corvane::count_request(function_code, corvane::outcome_of(reply.get(), header),
                            corvane::latency_clock() - received);
     return 0;
 }
