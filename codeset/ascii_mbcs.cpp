@@ -35,7 +35,8 @@ struct MbcsReader {
         if (end - at < length) return kCutOff;
         std::uint16_t value = table_.byte_value(byte);
         if (length == 2) {
-            // By far the most frequent length: the next sequence's place must not wait for the class.
+            // By far the most frequent length: the next sequence's place must not wait for the
+            // class.
             value = step(value, at[1]);
             at += 2;
         } else {

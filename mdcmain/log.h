@@ -20,12 +20,13 @@ typedef void (*DbgStringHandler)(const char* text);
 CORVANE_API void sanos_log(const char* format, ...) CORVANE_NOEXCEPT
     __attribute__((format(printf, 1, 2)));
 
-/* Do nothing and return nothing: the log has no lock, so that its writers never wait for one another.
- * They mark where one would stand. */
+/* Do nothing and return nothing: the log has no lock, so that its writers never wait for one
+ * another. They mark where one would stand. */
 CORVANE_API void localSemLock(void) CORVANE_NOEXCEPT;
 CORVANE_API void localSemUnlock(void) CORVANE_NOEXCEPT;
 
-/* Appends `text` to the ring of the shared segment, dropping its older half first when it is full. */
+/* Appends `text` to the ring of the shared segment, dropping its older half first when it is full.
+ */
 CORVANE_API void logToSharedMem(const char* text) CORVANE_NOEXCEPT;
 
 /* Writes the name of the log file in use into `buffer` (268 bytes of room). */

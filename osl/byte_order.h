@@ -17,8 +17,8 @@ CORVANE_API void doendian(void* address, uint32_t length_bytes) CORVANE_NOEXCEPT
 /* Swaps the two bytes of each unit of an FSUNI array; an odd last byte stays as it is. */
 CORVANE_API void endianizeFsUniArray(void* address, uint32_t length_bytes) CORVANE_NOEXCEPT;
 
-/* Writes `count` bytes as "0A 1B ..." into `text` (3 x count + 1 bytes of room), then drops every "0"
- * and blank from the end: dumps of identifiers are meant to end so. Returns `text`. */
+/* Writes `count` bytes as "0A 1B ..." into `text` (3 x count + 1 bytes of room), then drops every
+ * "0" and blank from the end: dumps of identifiers are meant to end so. Returns `text`. */
 CORVANE_API char* bytesToString(const void* data, uint32_t count, char* text) CORVANE_NOEXCEPT;
 
 /* Traces the wanted and the built size of the five wire types. Returns 0. */

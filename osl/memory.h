@@ -39,7 +39,8 @@ CORVANE_API int32_t OSL_MemCompare(const void* a, const void* b, size_t count) C
 
 /* strncpy: at most `count` bytes, padded with zeros, unterminated when `source` is as long as that.
  * Returns `destination`. */
-CORVANE_API char* OSL_StrNCopy(char* destination, const char* source, size_t count) CORVANE_NOEXCEPT;
+CORVANE_API char* OSL_StrNCopy(char* destination, const char* source,
+                               size_t count) CORVANE_NOEXCEPT;
 
 #ifdef __cplusplus
 }

@@ -26,13 +26,15 @@ typedef struct CORVANE_CAPABILITY("quick lock") QuickLock {
 
 /* Makes the lock free. `name` and `tag` are ignored (`name` may be null). Returns what sem_init
  * returns: 0, or -1 with errno. */
-CORVANE_API int OSL_QuickLockCreate(QuickLock* lock, const char* name, uint32_t tag) CORVANE_NOEXCEPT;
+CORVANE_API int OSL_QuickLockCreate(QuickLock* lock, const char* name,
+                                    uint32_t tag) CORVANE_NOEXCEPT;
 
 /* Ends the lock; nobody may hold or want it. Returns what sem_destroy returns. */
 CORVANE_API int OSL_QuickLockDispose(QuickLock* lock) CORVANE_NOEXCEPT;
 
 /* Takes the lock, waiting as long as it must; `wait` (8 bits) is ignored. Returns the low 8 bits of
- * sem_wait's result: 0 when taken; anything else, with errno, when a signal interrupted the wait. */
+ * sem_wait's result: 0 when taken; anything else, with errno, when a signal interrupted the wait.
+ */
 CORVANE_API uint8_t OSL_QuickLockGrab(QuickLock* lock, uint8_t wait) CORVANE_NOEXCEPT;
 
 /* Gives the lock back. Returns what sem_post returns. */

@@ -13,8 +13,8 @@ extern "C" {
 #endif
 
 /* Writes the directory that `share_name` names into `result` (`capacity_units` units, the zero
- * included). A name that begins with "/" is a path already. Returns 0, or 3 (bad path or share name)
- * with a line in the log. */
+ * included). A name that begins with "/" is a path already. Returns 0, or 3 (bad path or share
+ * name) with a line in the log. */
 CORVANE_API uint32_t OSL_ShareNameToMountPoint(const FSUNI* share_name, FSUNI* result,
                                                int32_t capacity_units) CORVANE_NOEXCEPT;
 

@@ -10,7 +10,8 @@
 extern "C" {
 #endif
 
-/* Returns the number of delimiters in `text`, plus one unless the text ends in one; 0 for no text. */
+/* Returns the number of delimiters in `text`, plus one unless the text ends in one; 0 for no text.
+ */
 CORVANE_API int32_t token_getNumTokens(const char* text, char delimiter) CORVANE_NOEXCEPT;
 
 /* Copies field number `index` (from 0), cut to `capacity_bytes` - 1 bytes, into `result`, which is

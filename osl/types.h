@@ -5,11 +5,11 @@
 
 #include <stdint.h>
 
-typedef uint16_t FSUNI;     /* one character: 2 bytes */
-typedef int32_t FSLONG;     /* 4 bytes, signed */
-typedef uint32_t FSULONG;   /* 4 bytes, unsigned */
-typedef int64_t FS64LONG;   /* 8 bytes, signed */
-typedef struct FS128LONG {  /* 16 opaque bytes */
+typedef uint16_t FSUNI;    /* one character: 2 bytes */
+typedef int32_t FSLONG;    /* 4 bytes, signed */
+typedef uint32_t FSULONG;  /* 4 bytes, unsigned */
+typedef int64_t FS64LONG;  /* 8 bytes, signed */
+typedef struct FS128LONG { /* 16 opaque bytes */
     uint8_t bytes[16];
 } FS128LONG;
 

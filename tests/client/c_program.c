@@ -34,7 +34,8 @@ static void check_client(CorvaneClient* client)
     corvane_client_stop(client);
     expect(corvane_client_ping(client, NULL) == CORVANE_E_INTERRUPTED, "ping");
     expect(corvane_client_volume(client, "a", &volume, NULL, 0) == CORVANE_E_INTERRUPTED, "volume");
-    expect(corvane_client_map(client, "a", "b", &size, NULL, 0, &count) == CORVANE_E_INTERRUPTED, "map");
+    expect(corvane_client_map(client, "a", "b", &size, NULL, 0, &count) == CORVANE_E_INTERRUPTED,
+           "map");
     expect(corvane_client_read(client, "a", "b", 1) == CORVANE_E_INTERRUPTED, "read");
     expect(corvane_client_write(client, "a", "b", -1) == CORVANE_E_LOCAL_FILE, "write");
     expect(corvane_client_set_size(client, "a", "b", 0) == CORVANE_E_INTERRUPTED, "set size");
