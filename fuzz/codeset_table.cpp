@@ -50,7 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::vector<char> text(data + 4, data + 4 + length);
     const std::vector<std::uint8_t> image(data + 4 + length, data + size);
     std::vector<std::uint16_t> units(length / 2);
-    std::memcpy(units.data(), text.data(), 2 * units.size());
+    if (!units.empty()) std::memcpy(units.data(), text.data(), 2 * units.size());
     kel_cs_t cs = {};
     cs.type = kTypes[data[0] % std::size(kTypes)];
     cs.table = image.empty() ? nullptr : const_cast<std::uint8_t*>(image.data());
