@@ -77,7 +77,9 @@ public:
 private:
     static std::string name(const char* constant)
     {
-        return constant == nullptr ? "" : "[" + std::string(constant) + "]";
+        std::string text;
+        if (constant != nullptr) text.append("[").append(constant).append("]");
+        return text;
     }
     static std::string messages(const MCSetNode& set)
     {
