@@ -44,26 +44,27 @@ TEST(CatalogueThreads, EverySetLoadsOnceForAllThatAskAtTheSameTime)
     ASSERT_NE(cat, nullptr);
     std::barrier start(kThreads);
     std::atomic<int> wrong = 0;
-    // The buffer that each thread saw: a second load would leave another one.
-    std::vector<std::vector<const char*>> buffers(kThreads, std::vector<const char*>(kSets));
+    // The text buffers that each thread saw: a second load would leave another one.
+    std::vector<std::vector<const char*>> buffers(kThreads);
 
     std::vector<std::thread> threads;
-    for (int thread = 0; thread < kThreads; ++thread) {
-        threads.emplace_back([&, thread] {
+    std::uint32_t message = 0;
+    for (std::vector<const char*>& seen : buffers) {
+        ++message;
+        threads.emplace_back([&, message] {
             for (int set = 0; set < kSets; ++set) {
                 start.arrive_and_wait();
-                const std::uint32_t first = 1 + static_cast<std::uint32_t>(thread) % kMessages;
-                if (text_of(set, first) !=
-                    vor_catgets(cat, set, static_cast<std::int32_t>(first), ""))
-                    ++wrong;
-                buffers[thread][set] =
-                    corvane::slot_address<const char>(MCGetSet(cat, set)->dataOffset);
+                const char* const text =
+                    vor_catgets(cat, set, static_cast<std::int32_t>(message), "");
+                if (text_of(set, message) != text) ++wrong;
+                seen.push_back(corvane::slot_address<const char>(MCGetSet(cat, set)->dataOffset));
             }
         });
     }
     for (std::thread& thread : threads) thread.join();
 
     EXPECT_EQ(wrong, 0);
-    for (int thread = 1; thread < kThreads; ++thread) EXPECT_EQ(buffers[thread], buffers[0]);
+    EXPECT_EQ(buffers[0].size(), static_cast<std::size_t>(kSets));
+    for (const std::vector<const char*>& seen : buffers) EXPECT_EQ(seen, buffers[0]);
     empty_cache();
 }
