@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <cstddef>
@@ -73,8 +74,11 @@ CounterSeat counter_seat() noexcept
     constexpr std::uint32_t kLast = COUNTERS_BLOCKS - 1;
     thread_local const std::uint32_t number =
         std::atomic_ref<std::uint32_t>(g_seats_taken).fetch_add(1, std::memory_order_relaxed);
-    // The page is looked up each time: a thread may have counted before it was published.
-    return {&load_shared(g_page)->blocks[std::min(number, kLast)], number >= kLast};
+    // The page is looked up each time: a thread may have counted before it was published. Acquired,
+    // so that its zeros are there before the first count is.
+    CountersPage* const page =
+        std::atomic_ref<CountersPage*>(g_page).load(std::memory_order_acquire);
+    return {&page->blocks[std::min(number, kLast)], number >= kLast};
 }
 
 void count_request(std::int32_t function_code, std::uint32_t result,
@@ -149,7 +153,8 @@ int32_t counters_publish(uint32_t port) noexcept
     if (at == MAP_FAILED) return errno;
     auto* const page = new (at) CountersPage{};
     corvane::fill_header(*page, port);
-    corvane::store_shared(corvane::g_page, page);
+    // Listener threads may be counting already: what was written above is theirs with the pointer.
+    std::atomic_ref<CountersPage*>(corvane::g_page).store(page, std::memory_order_release);
     return 0;
 }
 
