@@ -107,8 +107,7 @@ void* load_table(const char* directory, const char* name, uint32_t* size) noexce
     const std::size_t name_length = std::strlen(name);
     if (directory_length + name_length + 2 > kPathSize) return nullptr;
     char path[kPathSize];
-    std::memcpy(path, directory, directory_length);
-    std::memcpy(path + directory_length, name, name_length + 1);
+    (void)std::snprintf(path, sizeof path, "%s%s", directory, name);
     for (int files = 0; files < kMostFiles; ++files) {
         Image image = read_file(path);
         if (image.bytes == nullptr) return nullptr;

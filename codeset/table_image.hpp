@@ -3,6 +3,7 @@
 #define CORVANE_CODESET_TABLE_IMAGE_HPP
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "codeset/kel_cs.h"
@@ -48,11 +49,11 @@ public:
     }
     [[nodiscard]] std::uint16_t byte_value(std::uint8_t byte) const noexcept
     {
-        return load_le16(base_ + kByteValuesAt + 2U * byte);
+        return load_le16(base_ + kByteValuesAt + 2 * std::size_t{byte});
     }
     [[nodiscard]] std::uint16_t page_value(std::uint32_t unit) const noexcept
     {
-        return load_le16(base_ + kPagesAt + 2U * (unit >> 8));
+        return load_le16(base_ + kPagesAt + 2 * std::size_t{unit >> 8});
     }
     [[nodiscard]] std::uint16_t substitution_char() const noexcept
     {

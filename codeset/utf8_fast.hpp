@@ -35,7 +35,7 @@ namespace corvane::kel {
 {
     const int leads = (from[0] ^ 0xE0) | (from[3] ^ 0xE0) | (from[6] ^ 0xE0) | (from[9] ^ 0xE0);
     if (leads > 0x0F) return false;
-    for (int i = 0; i < 4; ++i) {
+    for (std::ptrdiff_t i = 0; i < 4; ++i) {
         const std::uint8_t* const at = from + 3 * i;
         to[i] = static_cast<std::uint16_t>(at[0] << 12 | (at[1] & 0x3F) << 6 | (at[2] & 0x3F));
     }
@@ -45,7 +45,7 @@ namespace corvane::kel {
 // Runs of ASCII of any length cost one block, so their ends are never guessed wrongly.
 inline void convert_fast(Utf8Reader<4>& in, UnitWriter& out) noexcept
 {
-    constexpr int kMostSequences = 8;
+    constexpr std::ptrdiff_t kMostSequences = 8;
     // A block and the sequences behind it, and then as many units again as a block has.
     constexpr std::ptrdiff_t kInput = kBlock + 4 * kMostSequences + 4 * kBlock;
     constexpr std::ptrdiff_t kRoom = kBlock + 2 * kMostSequences + 2 * kBlock;
@@ -58,7 +58,7 @@ inline void convert_fast(Utf8Reader<4>& in, UnitWriter& out) noexcept
             in.at += 12;
             out.at += 4;
         }
-        for (int i = 0; i < kMostSequences && *in.at >= 0x80; ++i) {
+        for (std::ptrdiff_t i = 0; i < kMostSequences && *in.at >= 0x80; ++i) {
             (void)out.put(static_cast<std::uint32_t>(in.next()));  // all of it is there, and fits
         }
     }

@@ -39,6 +39,7 @@ void place_nodes(const Mapping& mapping, DataArea& data, std::size_t depth,
         nodes[bytes.substr(0, depth)][static_cast<std::uint8_t>(bytes[depth])] = value;
     }
     std::vector<Piece> pieces;
+    pieces.reserve(nodes.size());
     for (const auto& [prefix, entries] : nodes) pieces.push_back(make_node(entries));
     const std::vector<std::uint16_t> places = data.place_all(pieces, kScale);
     std::size_t i = 0;

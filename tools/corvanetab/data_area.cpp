@@ -53,6 +53,7 @@ std::vector<std::uint16_t> DataArea::place_all(const std::vector<Piece>& pieces,
     std::map<Piece, std::uint16_t> places;  // equal pieces once
     for (const Piece& piece : pieces) places.emplace(piece, std::uint16_t{0});
     std::vector<decltype(places)::value_type*> waiting;
+    waiting.reserve(places.size());
     for (auto& entry : places) waiting.push_back(&entry);
     const auto free_bytes = [](const auto* entry) {
         return std::count(entry->first.begin(), entry->first.end(), std::nullopt);
@@ -73,6 +74,7 @@ std::vector<std::uint16_t> DataArea::place_all(const std::vector<Piece>& pieces,
         waiting.erase(next);
     }
     std::vector<std::uint16_t> result;
+    result.reserve(pieces.size());
     for (const Piece& piece : pieces) result.push_back(places.at(piece));
     return result;
 }

@@ -13,7 +13,7 @@ constexpr const char* kWide = "WCHAR_T";
 
 [[nodiscard]] iconv_t open_or_throw(const char* to, const char* from, const std::string& name)
 {
-    const iconv_t converter = iconv_open(to, from);
+    iconv_t converter = iconv_open(to, from);
     // iconv_open's documented error value is an integer in a pointer's type.
     if (converter == reinterpret_cast<iconv_t>(-1)) {  // NOLINT(performance-no-int-to-ptr)
         throw std::runtime_error("the C library does not convert '" + name +

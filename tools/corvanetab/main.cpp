@@ -1,5 +1,6 @@
 // corvanetab: builds, shows and checks the table files of the code-set library.
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <exception>
 #include <iostream>
 
@@ -46,22 +47,29 @@ void add_commands(CLI::App& app, Arguments& arguments)
     check_command->callback([&] { arguments.is_sound = check(arguments.name, arguments.json); });
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+[[nodiscard]] int run(int argc, char** argv)
 {
     CLI::App app("Builds, shows and checks code-set tables.", "corvanetab");
     Arguments arguments;
+    add_commands(app, arguments);
     try {
-        add_commands(app, arguments);
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error);  // help and version
         std::cerr << "corvanetab: " << error.what() << "; see corvanetab --help\n";
         return kWrongUsage;
-    } catch (const std::exception& error) {
-        std::cerr << "corvanetab: " << error.what() << "\n";
-        return kFailed;
     }
     return arguments.is_sound ? kDone : kFailed;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        (void)std::fprintf(stderr, "corvanetab: %s\n", error.what());
+        return kFailed;
+    }
 }
