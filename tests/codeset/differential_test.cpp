@@ -223,8 +223,8 @@ private:
         for (unsigned n = 0; n < 126 * 10 * 126 * 10; ++n) {
             read(bytes(0x81 + n / 12600, 0x30 + n / 1260 % 10, 0x81 + n / 10 % 126, 0x30 + n % 10));
         }
-        for (const unsigned lead : {0x81, 0x84, 0x90, 0xFE}) {
-            for (const unsigned second : {0x30, 0x39, 0x3A, 0x3F}) {
+        for (const unsigned lead : {0x81U, 0x84U, 0x90U, 0xFEU}) {
+            for (const unsigned second : {0x30U, 0x39U, 0x3AU, 0x3FU}) {
                 for (unsigned pair = 0; pair < 0x10000; ++pair) {
                     read(bytes(lead, second, pair >> 8, pair & 0xFF));
                 }

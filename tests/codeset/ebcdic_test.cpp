@@ -40,7 +40,9 @@ TEST(EbcdicTables, AreCodePage1047ButForLineFeeds)
         EXPECT_EQ(def_eb_to_ucs[byte], byte == 0x15 ? U'\n' : character->front()) << byte;
         const auto code = oracle.write(byte);
         ASSERT_TRUE(code) << byte;
-        const unsigned expected = byte == 0x0A ? 0x15 : byte == 0x85 ? 0x6F : code->front() & 0xFFU;
+        const unsigned expected = byte == 0x0A   ? 0x15
+                                  : byte == 0x85 ? 0x6F
+                                                 : static_cast<std::uint8_t>(code->front());
         EXPECT_EQ(def_ucs_to_eb[byte], expected) << byte;
     }
 }

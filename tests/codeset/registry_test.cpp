@@ -149,7 +149,7 @@ TEST_F(Registry, SearchesItsPlacesInOrder)
     setenv("CORKELDIR", (folder_ / "kel").c_str(), 1);
     setenv("BINDIR", (folder_ / "bin").c_str(), 1);
 
-    for (const unsigned mark : {1, 2, 3, 4}) {
+    for (const unsigned mark : {1U, 2U, 3U, 4U}) {
         EXPECT_EQ(found("NAME"), mark);
         const char* const places[] = {"kel/codeset/NAME", "kel/NAME", "generic/codeset/NAME",
                                       "NAME"};

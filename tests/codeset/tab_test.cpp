@@ -80,7 +80,8 @@ void put16(std::string& image, std::size_t at, unsigned value)
 
 [[nodiscard]] unsigned word(const std::string& image, std::size_t at)
 {
-    return static_cast<unsigned char>(image[at]) | static_cast<unsigned char>(image[at + 1]) << 8U;
+    const unsigned high = static_cast<unsigned char>(image[at + 1]);
+    return static_cast<unsigned char>(image[at]) | high << 8;
 }
 
 // ---- usage ----
