@@ -94,8 +94,8 @@ KEL_API uint32_t get_alias(void) KEL_NOEXCEPT;
 
 /* Finds the table `name` in the codeset folder of `CORKELDIR`, in `CORKELDIR`, in
  * ../generic/codeset of `BINDIR`, or in the working directory. Returns its image and stores its
- * bytes in `*size` (0 when there is none, the result then being null). The caller frees the image
- * with free(). */
+ * bytes in `*size` (0 when there is none, the result then being null); `size` may be null. The
+ * caller frees the image with free(). */
 KEL_API void* get_table(const char* name, uint32_t* size) KEL_NOEXCEPT;
 
 /* Reads the table `name` of `directory`, a path that ends in its separator or is empty, following

@@ -102,6 +102,8 @@ constexpr Place kPlaces[] = {
 
 void* load_table(const char* directory, const char* name, uint32_t* size) noexcept
 {
+    uint32_t nobody_asks = 0;
+    if (size == nullptr) size = &nobody_asks;
     *size = 0;
     const std::size_t directory_length = std::strlen(directory);
     const std::size_t name_length = std::strlen(name);
@@ -122,7 +124,6 @@ void* load_table(const char* directory, const char* name, uint32_t* size) noexce
 
 void* get_table(const char* name, uint32_t* size) noexcept
 {
-    *size = 0;
     for (const Place& place : kPlaces) {
         const char* const value = environment(place.variable);
         const std::size_t length = std::strlen(value);

@@ -263,14 +263,18 @@ private:
         return bounds;
     }
 
-    // Several characters in a row: equal when iconv takes the whole text.
+    // Several characters in a row: equal when iconv takes the whole text, but for those beyond the
+    // BMP.
     void read_whole(const std::string& bytes)
     {
-        const Decoded theirs = oracle_.read(bytes);
+        Decoded theirs = oracle_.read(bytes);
         const Units ours = read_ours(bytes);
-        if (theirs && units_of(*theirs) != ours.text) {
-            differ(std::nullopt, hex(bytes) + " reads as " + hex(ours.text));
-        }
+        if (!theirs || units_of(*theirs) == ours.text) return;
+        std::replace_if(
+            theirs->begin(), theirs->end(), [](char32_t c) { return c > 0xFFFF; }, U'?');
+        const bool is_lost = units_of(*theirs) == ours.text;
+        differ(is_lost ? std::optional(Rule::kBeyondBmp) : std::nullopt,
+               hex(bytes) + " reads as " + hex(ours.text));
     }
 
     void write_bmp(char32_t character)

@@ -222,6 +222,7 @@ TEST_F(Registry, MissingTableHasSizeZero)
     size = 99;
     EXPECT_EQ(get_table("NAME", &size), nullptr);
     EXPECT_EQ(size, 0U);
+    EXPECT_EQ(get_table("NAME", nullptr), nullptr);
 }
 
 TEST_F(Registry, AliasTextNamesAFileOfTheSameFolder)
