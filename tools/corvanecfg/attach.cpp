@@ -4,36 +4,45 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "mdcmain/segment_size.hpp"
 #include "tools/corvanecfg/settings.hpp"
 
 namespace corvane::cfg {
 namespace {
 
-int wanted_volumes()
+bool g_attaching = false;
+
+// The common attach writes its reason into the log and ends the process.
+void explain_exit()
 {
-    const char* text = std::getenv("CORVANEVOLS");
-    return std::max(text == nullptr ? 0 : std::atoi(text), CORVANE_SEGMENT_MIN_VOLUMES);
+    if (!g_attaching) return;
+    (void)std::fputs(
+        "corvanecfg: the settings could not be made or attached; /usr/Corvane/mclog0 says why\n",
+        stderr);
 }
 
 void check_size(int id)
 {
     shmid_ds state{};
     if (shmctl(id, IPC_STAT, &state) != 0) return;  // the attach itself will say it
-    const std::size_t wanted =
-        std::size_t{CORVANE_SEGMENT_VOLUME_BYTES} * static_cast<std::size_t>(wanted_volumes()) +
-        CORVANE_SEGMENT_FIXED_BYTES;
-    if (state.shm_segsz >= wanted) return;
-    const auto held = (static_cast<long>(state.shm_segsz) - CORVANE_SEGMENT_FIXED_BYTES) /
-                      CORVANE_SEGMENT_VOLUME_BYTES;
+    const auto bytes = static_cast<std::int64_t>(state.shm_segsz);
+    const std::int32_t volumes = max_volumes_wanted();
+    if (bytes >= segment_bytes(volumes)) return;
+    if (bytes < segment_bytes(CORVANE_SEGMENT_MIN_VOLUMES)) {
+        throw Refusal("the segment with the key 1124 is too small to hold the settings (" +
+                      std::to_string(bytes) +
+                      " bytes): stop the program that made it and remove it (ipcrm -M 1124)");
+    }
+    const std::int64_t held = (bytes - CORVANE_SEGMENT_FIXED_BYTES) / CORVANE_SEGMENT_VOLUME_BYTES;
     throw Refusal(
         "the settings were made for " + std::to_string(held) +
-        " volumes, and CORVANEVOLS asks for " + std::to_string(wanted_volumes()) +
+        " volumes, and CORVANEVOLS asks for " + std::to_string(volumes) +
         ": unset CORVANEVOLS, or stop all programs and remove the segment (ipcrm -M 1124)");
 }
 
@@ -55,7 +64,10 @@ CorvaneSegment& attach(bool create)
     } else {
         check_size(id);
     }
+    (void)std::atexit(explain_exit);
+    g_attaching = true;
     fused_mapShared();
+    g_attaching = false;
     return *fs;
 }
 

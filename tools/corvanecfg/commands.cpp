@@ -139,17 +139,16 @@ void show_language(const CorvaneSegment& segment, bool json)
     if (json) std::cout << to_text(all) << '\n';
 }
 
+void clear_language()
+{
+    if (std::remove(kLanguageFile) != 0 && errno != ENOENT) {
+        throw Refusal(std::string(kLanguageFile) + " cannot be removed: " + std::strerror(errno));
+    }
+    std::cout << kLanguageFile << " is gone; programs follow their locale from their next start\n";
+}
+
 void force_language(const std::string& path)
 {
-    if (path.empty()) {
-        if (std::remove(kLanguageFile) != 0 && errno != ENOENT) {
-            throw Refusal(std::string(kLanguageFile) +
-                          " cannot be removed: " + std::strerror(errno));
-        }
-        std::cout << kLanguageFile
-                  << " is gone; programs follow their locale from their next start\n";
-        return;
-    }
     if (!path.starts_with('/') || path.size() >= kTextBytes ||
         path.find('\n') != std::string::npos) {
         throw Refusal("a catalogue path is absolute, of one line and at most 255 bytes long");

@@ -18,8 +18,9 @@ void log_ring(const CorvaneSegment& segment, bool follow);
 
 void show_language(const CorvaneSegment& segment, bool json);
 
-// Writes the language file, or removes it when `path` is empty.
+// Writes the language file, and removes it.
 void force_language(const std::string& path);
+void clear_language();
 
 }  // namespace corvane::cfg
 #endif

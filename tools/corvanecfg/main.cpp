@@ -56,8 +56,10 @@ void add_commands(CLI::App& app, Arguments& arguments)
     auto* path = language->add_option("--path", arguments.path,
                                       "write this catalogue path into /usr/Corvane/lang.txt");
     language->add_flag("--clear", arguments.clear, "remove /usr/Corvane/lang.txt")->excludes(path);
-    language->callback([&] {
-        if (arguments.clear || !arguments.path.empty()) {
+    language->callback([&arguments, path] {
+        if (arguments.clear) {
+            clear_language();
+        } else if (path->count() > 0) {
             force_language(arguments.path);
         } else {
             show_language(attach(arguments.create), arguments.json);

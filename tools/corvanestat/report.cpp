@@ -20,6 +20,12 @@ std::string line(const char* format, Arguments... arguments)
     return text.data();
 }
 
+// "1 lease", "2 leases".
+std::string counted(std::uint64_t number, const char* noun)
+{
+    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
 std::string requests_table(const CountersBlock& block)
 {
     std::string text = line("%-16s %14s %12s %12s %12s\n", "REQUESTS", "answered", "half within",
@@ -75,10 +81,10 @@ std::string table(const Page& page, const CountersBlock& block)
     localtime_r(&started, &local);
     std::array<char, 64> when{};
     (void)std::strftime(when.data(), when.size(), "%F %T", &local);
-    std::string text = line("corvaned, process %d, %s since %s\n%llu leases on %llu files\n\n",
-                            page.pid(), page.daemon_runs() ? "running" : "gone; ran", when.data(),
-                            static_cast<unsigned long long>(live_leases(block)),
-                            static_cast<unsigned long long>(live_files(block)));
+    std::string text = line("corvaned, process %d, %s since %s\n%s on %s\n\n", page.pid(),
+                            page.daemon_runs() ? "running" : "gone; ran", when.data(),
+                            counted(live_leases(block), "lease").c_str(),
+                            counted(live_files(block), "file").c_str());
     text += requests_table(block) + plugins_table(block) + "\n";
     std::size_t count = 0;
     const EventName* names = event_names(count);
