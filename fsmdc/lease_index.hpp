@@ -53,6 +53,7 @@ public:
     void remove(Lease& lease) noexcept;
     void clear() noexcept;
 
+    [[nodiscard]] std::size_t count() const noexcept { return keys_.count(); }
     [[nodiscard]] Lease* by_key(std::uint32_t key) const noexcept;
     // The newest lease of the file.
     [[nodiscard]] Lease* by_file(const void* file_cookie) const noexcept;

@@ -28,6 +28,7 @@ namespace {
 constexpr std::size_t kLooksPerHold = 1024;
 constexpr std::size_t kDropsPerHold = 128;
 constexpr int kHoldsPerRequest = 8;
+constexpr std::size_t kShortListLeases = 32;
 constexpr std::uint32_t kPurgePeriodMs = 5000;
 constexpr std::uint32_t kPauseMs = 1;  // between two holds, so that requests come in between
 
@@ -88,6 +89,17 @@ void unlock_file(const FsLibrary* library, const LeaseRecord& record) noexcept
     count_plugin_call(slot_of(library), COUNTERS_CALL_UNLOCK_MAP, /*refused=*/false);
 }
 
+// Whoever walks the list may change a record without our knowing. A short list is looked through
+// for that at every purge; a longer one only by PurgeLeaseList.
+void refile_changed(std::uint32_t now) noexcept
+{
+    if (g_state.index.count() > kShortListLeases) return;
+    for (LeaseRecord* record = leaseListHeadGlb.next; record != &leaseListHeadGlb;
+         record = record->next) {
+        if (has_expired(*record, now)) g_state.expiry.file(lease_of(*record), now);
+    }
+}
+
 // Takes out a lease that has run out; unlocks its file when no other lease of it is left.
 void drop(Lease& lease, std::uint32_t now) noexcept
 {
@@ -130,6 +142,7 @@ void free_all(std::span<Lease*> leases) noexcept
     {
         const LockGuard guard(leaseListLock);
         const std::uint32_t now = OSL_GetClock();
+        refile_changed(now);
         if (!g_state.expiry.wants_purge(now)) return false;
         dropped =
             std::span(expired).first(g_state.expiry.take_expired(now, kLooksPerHold, expired));
@@ -227,6 +240,7 @@ void free_all(std::span<Lease*> leases) noexcept
     if (is_new)
         CORVANE_TRACE("FTX2017I Added to lease list  key:%d\n", static_cast<int>(record.key));
     g_state.adding = false;
+    refile_changed(record.creationTime);
     return g_state.expiry.wants_purge(record.creationTime);
 }
 
