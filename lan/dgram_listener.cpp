@@ -1,10 +1,12 @@
 // The server's side of the transport: listener threads on one socket, and the answers from it.
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
 #include "lan/dgram.h"
+#include "lan/header.h"
 #include "lan/result_codes.hpp"
 #include "lan/socket.hpp"
 #include "mdcmain/log.hpp"
@@ -48,7 +50,8 @@ private:
         if (used_bytes_ > received_bytes) {
             std::memset(bytes_.get() + received_bytes, 0, used_bytes_ - received_bytes);
         }
-        used_bytes_ = received_bytes;
+        // A handler turns the whole header round in place, even one that did not come whole.
+        used_bytes_ = std::max(received_bytes, sizeof(LanHeader));
     }
 
     osl_ptr<std::byte> bytes_;

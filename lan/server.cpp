@@ -22,49 +22,37 @@ namespace {
 
 constexpr std::size_t kHeader_bytes = sizeof(LanHeader);
 
-// One received message. Its header is worked on in a block of its own, which is whole however short
-// the datagram was; the caller's bytes follow it.
+// One received message. Its header is worked on in a block of its own, so that what a handler does
+// to the message does not change by what it is tracked; the message gets the translated one, too.
+// The message has a whole header, however few bytes came: what came is what its sender says of it.
 class Received {
 public:
     Received(void* message, std::uint32_t length_bytes) noexcept
         : message_(static_cast<std::byte*>(message)), length_bytes_(length_bytes)
     {
-        std::memcpy(header_.data(), message_, header_part_bytes());
+        std::memcpy(header_.data(), message_, kHeader_bytes);
     }
 
     [[nodiscard]] void* header() noexcept { return header_.data(); }
     [[nodiscard]] LanHeader fields() const noexcept { return load<LanHeader>(header_.data()); }
 
-    // Shows the translated header in the caller's buffer too, as far as it reaches.
-    void write_header_back() noexcept
-    {
-        std::memcpy(message_, header_.data(), header_part_bytes());
-    }
+    void write_header_back() noexcept { std::memcpy(message_, header_.data(), kHeader_bytes); }
 
-    // Calls `handler` with at least LAN_REQUEST_ROOM bytes: where the datagram ends, zeros follow.
+    // Calls `handler` with at least LAN_REQUEST_ROOM bytes: where the message ends, zeros follow.
     [[nodiscard]] void* hand_to(LanHandler handler, const DgramReplyAddr* sender) noexcept
     {
         if (length_bytes_ >= LAN_REQUEST_ROOM) return handler(message_, sender);
         alignas(std::max_align_t) std::array<std::byte, LAN_REQUEST_ROOM> padded;
-        std::memcpy(padded.data(), header_.data(), kHeader_bytes);
-        std::size_t end = kHeader_bytes;
-        if (length_bytes_ > kHeader_bytes) {
-            std::memcpy(padded.data() + end, message_ + end, length_bytes_ - end);
-            end = length_bytes_;
-        }
+        const std::size_t end = std::max<std::size_t>(length_bytes_, kHeader_bytes);
+        std::memcpy(padded.data(), message_, end);
         std::memset(padded.data() + end, 0, padded.size() - end);
         return handler(padded.data(), sender);
     }
 
 private:
-    [[nodiscard]] std::size_t header_part_bytes() const noexcept
-    {
-        return std::min<std::size_t>(length_bytes_, kHeader_bytes);
-    }
-
     std::byte* message_;
     std::uint32_t length_bytes_;
-    alignas(LanHeader) std::array<std::byte, kHeader_bytes> header_{};
+    alignas(LanHeader) std::array<std::byte, kHeader_bytes> header_;
 };
 
 // What is known of a request: nothing yet (new), that it was answered before (`reply` is the stored

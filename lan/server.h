@@ -58,8 +58,9 @@ CORVANE_API uint32_t LAN_InitServer(LanServer** server) CORVANE_NOEXCEPT;
 CORVANE_API uint32_t LAN_RegisterMessageHandler(LanServer* server, int32_t function_code,
                                                 LanHandler handler) CORVANE_NOEXCEPT;
 
-/* Turns a received message (modified in place) into its reply: a message that the caller frees with
- * OSL_Free, or null when nothing is to be sent. Any thread. */
+/* Turns a received message (its header modified in place) into its reply: a message that the caller
+ * frees with OSL_Free, or null when nothing is to be sent. The buffer holds a whole header, 48
+ * bytes, however few were received: the length field counts wherever it came from. Any thread. */
 CORVANE_API void* LAN_ProcessMessage(void* message, uint32_t length_bytes, LanServer* server,
                                      const DgramReplyAddr* sender) CORVANE_NOEXCEPT;
 

@@ -20,8 +20,8 @@ CORVANE_API extern LanServer* info;
  * with status 1. */
 CORVANE_API int32_t DgramServer(uint16_t port) CORVANE_NOEXCEPT;
 
-/* The listeners' DgramHandler: answers one datagram. `server` is a LanServer. Returns 0. Any
- * thread. */
+/* The listeners' DgramHandler: answers one datagram. `message` has 48 bytes of room at the least;
+ * `server` is a LanServer. Returns 0. Any thread. */
 CORVANE_API int32_t DgramServer_MessageHandler(void* message, int32_t length_bytes,
                                                DgramReplyAddr* sender,
                                                void* server) CORVANE_NOEXCEPT;

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -129,6 +130,26 @@ TEST(DgramListener, BytesBehindADatagramReadAsZeros)
 
         EXPECT_EQ(seen.bytes, Bytes(length, 0xAA));
         EXPECT_EQ(seen.behind, Bytes(200, 0)) << "behind " << length;
+    }
+}
+
+// A handler that turns a header round in place writes behind a datagram that is shorter.
+TEST(DgramListener, HeaderWrittenBehindAShortDatagramReadsAsZerosToo)
+{
+    const DgramHandler scribble = [](void* message, std::int32_t length, DgramReplyAddr* from,
+                                     void* collector) {
+        const std::int32_t result = Collector::handle(message, length, from, collector);
+        std::memset(message, 0xEE, 48);
+        return result;
+    };
+    auto* const collector = new_collector();
+    const std::uint16_t port = bind_listener(scribble, collector, 1);
+    const Peer client;
+
+    for (const std::size_t length : {30, 29, 1}) {
+        client.send(port, Bytes(length, 0xAA));
+
+        EXPECT_EQ(collector->next().behind, Bytes(200, 0)) << "behind " << length;
     }
 }
 
