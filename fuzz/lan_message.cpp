@@ -89,6 +89,7 @@ LanServer* make_server()
     setenv("CORVANE_SMBPATH", "/nonexistent/smb.conf", 1);
     LanServer* server = nullptr;
     LAN_InitServer(&server);
+    server->request_room = LAN_REQUEST_ROOM;
     LAN_RegisterMessageHandler(server, SP_GET_VOLUME, SP_LanGetVolume);
     LAN_RegisterMessageHandler(server, SP_GET_INITIAL_MAP, SP_LanGetInitialMap);
     LAN_RegisterMessageHandler(server, SP_GET_EXTENDED_MAP, SP_LanGetExtendedMap);

@@ -38,10 +38,14 @@ public:
 
     void write_header_back() noexcept { std::memcpy(message_, header_.data(), kHeader_bytes); }
 
-    // Calls `handler` with at least LAN_REQUEST_ROOM bytes: where the message ends, zeros follow.
-    [[nodiscard]] void* hand_to(LanHandler handler, const DgramReplyAddr* sender) noexcept
+    // Calls `handler` with the message itself, or, when it is shorter than `room_bytes`, with a
+    // copy of LAN_REQUEST_ROOM bytes: where the message ends, zeros follow.
+    [[nodiscard]] void* hand_to(LanHandler handler, const DgramReplyAddr* sender,
+                                std::uint32_t room_bytes) noexcept
     {
-        if (length_bytes_ >= LAN_REQUEST_ROOM) return handler(message_, sender);
+        if (length_bytes_ >= std::min(room_bytes, LAN_REQUEST_ROOM)) {
+            return handler(message_, sender);
+        }
         alignas(std::max_align_t) std::array<std::byte, LAN_REQUEST_ROOM> padded;
         const std::size_t end = std::max<std::size_t>(length_bytes_, kHeader_bytes);
         std::memcpy(padded.data(), message_, end);
@@ -91,7 +95,7 @@ void* dispatch(const LanServer& server, Received& received, const DgramReplyAddr
 {
     const std::int32_t code = received.fields().functionCode;
     if (code >= 0 && code < LAN_FUNCTION_CODES && server.handlers[code] != nullptr) {
-        return received.hand_to(server.handlers[code], sender);
+        return received.hand_to(server.handlers[code], sender, server.request_room);
     }
     return BuildReply(received.header(), kUnknownFunction);
 }

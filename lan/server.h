@@ -17,10 +17,12 @@ extern "C" {
 
 /* Answers one request (header in host order, body as received) with a message that the caller frees
  * with OSL_Free, or null for no answer. Called on several threads at once, without a lock. The
- * request reads as zeros from its end up to LAN_REQUEST_ROOM bytes. */
+ * request is the message that was given to LAN_ProcessMessage, or a copy of it with the server's
+ * request_room. */
 typedef void* (*LanHandler)(void* request, const DgramReplyAddr* sender);
 
-/* A handler may read this much of a request, however short the datagram was. */
+/* The request_room of handlers that read and write a body of any kind without a look at its length.
+ */
 #define LAN_REQUEST_ROOM 2304u
 
 /* One tracked request; in process while `reply` is null. */
@@ -42,6 +44,9 @@ typedef struct LanServer {
     LanHandler handlers[LAN_FUNCTION_CODES];
     LanCompareAddresses compare_addresses; /* kept for other programs; not called here */
     void* index; /* finds entries without a walk; the server's own, may be null */
+    /* Shorter messages are handed over in a copy of LAN_REQUEST_ROOM bytes, zeros behind their end;
+     * at most LAN_REQUEST_ROOM. 0, as a new server has it: handlers get every message itself. */
+    uint32_t request_room;
 } LanServer;
 
 CORVANE_API extern int32_t TrackMessages;    /* not 0: track (TRACK_MESSAGES) */

@@ -51,6 +51,7 @@ int32_t DgramServer(uint16_t port) noexcept
 {
     (void)LAN_InitServer(&info);  // always 0
     info->compare_addresses = DGRAM_CompareAddresses;
+    info->request_room = LAN_REQUEST_ROOM;
     (void)FSMDCSP_Init();  // a service without plug-ins answers, too
     for (const auto& [function_code, handler] : corvane::kRegistrations) {
         (void)LAN_RegisterMessageHandler(info, function_code, handler);  // 1 to 5 are valid

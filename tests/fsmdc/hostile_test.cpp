@@ -47,6 +47,7 @@ protected:
     {
         LanServer* server = nullptr;
         EXPECT_EQ(LAN_InitServer(&server), 0u);
+        server->request_room = LAN_REQUEST_ROOM;
         LAN_RegisterMessageHandler(server, 1, SP_LanGetVolume);
         LAN_RegisterMessageHandler(server, 2, SP_LanGetInitialMap);
         LAN_RegisterMessageHandler(server, 3, SP_LanGetExtendedMap);

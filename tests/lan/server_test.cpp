@@ -56,6 +56,7 @@ protected:
     {
         ServerTest::SetUp();
         g_call.reset();
+        server_->request_room = LAN_REQUEST_ROOM;  // as the recording handler reads it
         ASSERT_EQ(LAN_RegisterMessageHandler(server_, 3, recording_handler), 0U);
     }
 };
@@ -218,6 +219,34 @@ TEST_P(LanMessageSize, MissingBytesReadAsZeros)
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, LanMessageSize, testing::Values(48, 49, 2303, 2304, 2305, 4000));
+
+// A new server's handlers get the message where it lies, whatever its size.
+TEST(LanHandlers, GetTheMessageItselfUnlessTheServerAsksForRoom)
+{
+    static const void* seen = nullptr;
+    LanServer* server = nullptr;
+    ASSERT_EQ(LAN_InitServer(&server), 0U);
+    const LanHandler look = [](void* request, const DgramReplyAddr*) -> void* {
+        seen = request;
+        return nullptr;
+    };
+    LAN_RegisterMessageHandler(server, 3, look);
+    const DgramReplyAddr from = sender(4001);
+    Bytes message = native({.code = 3, .flags = 0}, 60);
+
+    for (const std::uint32_t size : {20, 48, 60}) {
+        seen = nullptr;
+        EXPECT_EQ(LAN_ProcessMessage(message.data(), size, server, &from), nullptr);
+        EXPECT_EQ(seen, message.data()) << size;
+    }
+
+    server->request_room = 60;
+    EXPECT_EQ(LAN_ProcessMessage(message.data(), 60, server, &from), nullptr);
+    EXPECT_EQ(seen, message.data());
+    EXPECT_EQ(LAN_ProcessMessage(message.data(), 59, server, &from), nullptr);
+    EXPECT_NE(seen, message.data());
+    lan_test::free_server(server);
+}
 
 class LanShortMessage : public LanServerTest, public testing::WithParamInterface<std::uint32_t> {};
 

@@ -68,6 +68,7 @@ TEST(DgramServerTest, RegistersItsHandlersAndAnswersDatagrams)
 
         ASSERT_NE(info, nullptr);
         EXPECT_EQ(info->compare_addresses, DGRAM_CompareAddresses);
+        EXPECT_EQ(info->request_room, LAN_REQUEST_ROOM);
         EXPECT_EQ(info->handlers[0], nullptr);
         EXPECT_EQ(info->handlers[1], SP_LanGetVolume);
         EXPECT_EQ(info->handlers[2], SP_LanGetInitialMap);
