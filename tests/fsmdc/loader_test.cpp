@@ -407,22 +407,27 @@ TEST(ServiceStart, ListsAndLocksAreThereAndThePurgeThreadRuns)
         std::filesystem::create_directories(kLib);
         set_log_level(3);
         const unsigned char cookie[32] = {};
+        const unsigned char other_file[32] = {1};
         EXPECT_EQ(FSMDCSP_Init(), 0u);
-        std::uint32_t key = 0;
-        EXPECT_EQ(AddLeaseToList(cookie, cookie, cookie, cookie, 1, 5000, &key, nullptr), 0);
+        std::uint32_t keys[2] = {};
+        EXPECT_EQ(AddLeaseToList(cookie, cookie, cookie, cookie, 1, 5000, &keys[0], nullptr), 0);
+        EXPECT_EQ(AddLeaseToList(cookie, other_file, cookie, cookie, 1, 5000, &keys[1], nullptr),
+                  0);
         EXPECT_EQ(OSL_QuickLockGrab(&leaseListLock, 1), 0);
-        GetLeasePointer(key)->creationTime -= 36000;
+        GetLeasePointer(keys[0])->creationTime -= 36000;
+        leaseListHeadGlb.next->creationTime -= 36000;  // the newest one, by no key
         EXPECT_EQ(OSL_QuickLockRelease(&leaseListLock), 0);
 
         // The thread wakes every five seconds; a loaded machine may take longer.
         LeaseRecord copy;
         int waits = 0;
-        while (GetLeaseCopy(key, &copy) == 0 && waits < 400) {
+        while ((GetLeaseCopy(keys[0], &copy) == 0 || GetLeaseCopy(keys[1], &copy) == 0) &&
+               waits < 400) {
             usleep(100000);
             ++waits;
         }
 
-        EXPECT_LT(waits, 400) << "nobody purged the lease";
+        EXPECT_LT(waits, 400) << "nobody purged the leases";
     });
 }
 
