@@ -22,10 +22,15 @@ struct SbcsReader {
     }
     [[nodiscard]] std::int32_t next() noexcept
     {
+        const std::uint16_t character = unit();
+        return character != kUnmapped ? character : kReplacement;
+    }
+    // The next byte's unit, kUnmapped if it has none.
+    [[nodiscard]] std::uint16_t unit() noexcept
+    {
         const std::uint8_t byte = *at++;
         const std::uint16_t tabled = table_.byte_value(byte);
-        const std::uint16_t character = byte < 0x80 ? byte : tabled;
-        return character != kUnmapped ? character : kReplacement;
+        return static_cast<std::uint16_t>(choose(byte < 0x80, byte, tabled));
     }
 
 private:
@@ -45,7 +50,7 @@ struct SbcsWriter {
     [[nodiscard]] bool put(std::uint32_t character) noexcept
     {
         const std::uint8_t paged = pages_.byte_of(character, kReplacement);
-        *at++ = character < 0x80 ? static_cast<std::uint8_t>(character) : paged;
+        *at++ = static_cast<std::uint8_t>(choose(character < 0x80, character, paged));
         return true;
     }
 

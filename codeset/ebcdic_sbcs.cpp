@@ -2,6 +2,7 @@
 // table.
 #include <cstdint>
 
+#include "codeset/ebcdic_tables.hpp"
 #include "codeset/frame.hpp"
 #include "codeset/interchange.hpp"
 #include "codeset/kel_family.h"
@@ -23,11 +24,16 @@ struct EbcdicSbcsReader {
     }
     [[nodiscard]] std::int32_t next() noexcept
     {
-        const std::uint8_t byte = *at++;
-        const std::uint16_t built_in = def_eb_to_ucs[byte];
-        const std::uint16_t tabled = table_.byte_value(byte);
-        const std::uint16_t character = invar_eb_to_ucs[byte] != 0 ? built_in : tabled;
+        const std::uint16_t character = unit();
         return character != kUnmapped ? character : kReplacement;
+    }
+    // The next byte's unit, kUnmapped if it has none.
+    [[nodiscard]] std::uint16_t unit() noexcept
+    {
+        const std::uint8_t byte = *at++;
+        const std::uint32_t built_in = kInvariantUnits[byte];
+        const std::uint32_t tabled = table_.byte_value(byte);
+        return static_cast<std::uint16_t>((built_in & 0xFFFF) | (tabled & built_in >> 16));
     }
 
 private:

@@ -1,9 +1,11 @@
 // The built-in EBCDIC tables: code page 1047 with its line-feed rule, and what no code page
 // changes.
+#include "codeset/ebcdic_tables.hpp"
+
 #include "codeset/kel_family.h"
 
 // clang-format off
-const uint8_t invar_eb_to_ucs[256] = {
+constexpr uint8_t invar_eb_to_ucs[256] = {
     1, 1, 1, 1, 0, 1, 0, 1, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 1, 1, 0, 1, 1, 0, 0, 1, 1, 1, 1,
     0, 0, 0, 0, 0, 1, 1, 1, 0, 0, 0, 0, 0, 1, 1, 1, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0, 1,
     1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 0,
@@ -25,7 +27,7 @@ const uint8_t invar_ucs_to_eb[256] = {
     0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
 };
 
-const uint16_t def_eb_to_ucs[256] = {
+constexpr uint16_t def_eb_to_ucs[256] = {
     0x00, 0x01, 0x02, 0x03, 0x9C, 0x09, 0x86, 0x7F, 0x97, 0x8D, 0x8E, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F,
     0x10, 0x11, 0x12, 0x13, 0x9D, 0x0A, 0x08, 0x87, 0x18, 0x19, 0x92, 0x8F, 0x1C, 0x1D, 0x1E, 0x1F,
     0x80, 0x81, 0x82, 0x83, 0x84, 0x0A, 0x17, 0x1B, 0x88, 0x89, 0x8A, 0x8B, 0x8C, 0x05, 0x06, 0x07,
@@ -63,3 +65,21 @@ const uint8_t def_ucs_to_eb[256] = {
     0x8C, 0x49, 0xCD, 0xCE, 0xCB, 0xCF, 0xCC, 0xE1, 0x70, 0xDD, 0xDE, 0xDB, 0xDC, 0x8D, 0x8E, 0xDF,
 };
 // clang-format on
+
+namespace corvane::kel {
+namespace {
+
+[[nodiscard]] consteval std::array<std::uint32_t, 256> make_invariant_units()
+{
+    std::array<std::uint32_t, 256> units{};
+    for (std::size_t byte = 0; byte < 256; ++byte) {
+        units[byte] = invar_eb_to_ucs[byte] != 0 ? def_eb_to_ucs[byte] : 0xFFFF0000U;
+    }
+    return units;
+}
+
+}  // namespace
+
+const std::array<std::uint32_t, 256> kInvariantUnits = make_invariant_units();
+
+}  // namespace corvane::kel

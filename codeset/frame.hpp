@@ -12,7 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "codeset/ascii_run.hpp"
+#include "codeset/blocks.hpp"
 #include "codeset/kel_convert.h"
 #include "codeset/kel_cs.h"
 
@@ -23,10 +23,32 @@ inline constexpr std::int32_t kNothing = -2;  // a shift byte: no character
 inline constexpr std::uint8_t kReplacement = '?';
 inline constexpr std::uint8_t kEbcdicReplacement = 0x6F;  // the question mark there
 
+// One of two values, without a jump: in mixed text every tenth guess would be wrong.
+[[nodiscard]] inline std::uint32_t choose(bool first, std::uint32_t a, std::uint32_t b) noexcept
+{
+    const std::uint32_t mask = 0U - std::uint32_t{first};
+    return (a & mask) | (b & ~mask);
+}
+
 // Converts as much as a pair can do faster than the loop below. Pairs that can, overload it.
 template <class Reader, class Writer>
 inline void convert_fast(Reader&, Writer&) noexcept
 {
+}
+
+// Converts kBlock characters one to one.
+template <class Reader, class Writer>
+inline void convert_block(Reader& in, Writer& out) noexcept
+{
+    if constexpr (requires { in.unit(); }) {
+        for (std::ptrdiff_t i = 0; i < kBlock; ++i) out.at[i] = in.unit();
+        replace_unmapped(out.at, kReplacement);
+        out.at += kBlock;
+    } else {
+        for (std::ptrdiff_t i = 0; i < kBlock; ++i) {
+            (void)out.put(static_cast<std::uint32_t>(in.next()));
+        }
+    }
 }
 
 // Converts a set whose every byte is one character of the BMP, in either direction.
@@ -43,12 +65,11 @@ template <class Reader, class Writer>
                 continue;
             }
         }
-        const std::ptrdiff_t count = std::min(left, kBlock);
-        for (std::ptrdiff_t i = 0; i < count; ++i) {
-            (void)out.put(static_cast<std::uint32_t>(in.next()));
-        }
-        left -= count;
+        if (left < kBlock) break;
+        convert_block(in, out);
+        left -= kBlock;
     }
+    for (; left != 0; --left) (void)out.put(static_cast<std::uint32_t>(in.next()));
     return in.at == in.end ? KEL_DONE : KEL_FULL;
 }
 

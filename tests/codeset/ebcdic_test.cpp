@@ -73,6 +73,19 @@ TEST(EbcdicSbcs, ReadsInvariantBytesWithoutTheTable)
     EXPECT_EQ(to_utf8(table.object(), "\xC1\x4A\x5A\xF0"), (Bytes{KEL_DONE, "A\xC2\xA2?0"}));
 }
 
+// Long texts go by blocks of sixteen.
+TEST(EbcdicSbcs, ReadsUnmappedBytesAnywhereInABlock)
+{
+    TableWriter table = sbcs_table();
+    for (std::size_t at = 0; at < 40; ++at) {
+        std::string text(40, '\xC1');
+        std::u16string expected(40, u'A');
+        text[at] = '\x5A';
+        expected[at] = u'?';
+        EXPECT_EQ(to_ucs2(table.object(), text), (Units{KEL_DONE, expected})) << at;
+    }
+}
+
 TEST(EbcdicSbcs, BothLineFeedsReadAsOneAndTheFirstIsWritten)
 {
     TableWriter table = sbcs_table();

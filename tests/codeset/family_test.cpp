@@ -33,6 +33,19 @@ TEST(AsciiSbcs, ReadsBytesThroughTheirValues)
     EXPECT_EQ(to_utf8(table.object(), "A\x80z\x81"), (Bytes{KEL_DONE, "A\xE2\x82\xACz?"}));
 }
 
+// Long texts go by blocks of sixteen.
+TEST(AsciiSbcs, ReadsUnmappedBytesAnywhereInABlock)
+{
+    TableWriter table = sbcs_table();
+    for (std::size_t at = 0; at < 40; ++at) {
+        std::string text(40, '\x80');
+        std::u16string expected(40, u'\u20AC');
+        text[at] = '\x81';
+        expected[at] = u'?';
+        EXPECT_EQ(to_ucs2(table.object(), text), (Units{KEL_DONE, expected})) << at;
+    }
+}
+
 TEST(AsciiSbcs, WritesUnmappedAsQuestionMarkWhateverTheSubstitutionByte)
 {
     TableWriter table = sbcs_table();

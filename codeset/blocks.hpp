@@ -1,6 +1,7 @@
-// Copies runs of ASCII between bytes and 16-bit units, sixteen at a time where the machine can.
-#ifndef CORVANE_CODESET_ASCII_RUN_HPP
-#define CORVANE_CODESET_ASCII_RUN_HPP
+// Work on bytes and 16-bit units in blocks of sixteen: runs of ASCII, and what a block has
+// unmapped.
+#ifndef CORVANE_CODESET_BLOCKS_HPP
+#define CORVANE_CODESET_BLOCKS_HPP
 
 #include <cstddef>
 #include <cstdint>
@@ -62,6 +63,25 @@ template <class From, class To>
 }
 
 #endif
+
+// Puts `replacement` in the place of every 0xFFFF of a block of units.
+inline void replace_unmapped(std::uint16_t* block, std::uint16_t replacement) noexcept
+{
+#if defined(__SSE2__)
+    __m128i units[2];
+    std::memcpy(units, block, sizeof units);
+    for (__m128i& eight : units) {
+        const __m128i is_unmapped = _mm_cmpeq_epi16(eight, _mm_set1_epi16(-1));
+        const __m128i other = _mm_set1_epi16(static_cast<short>(~replacement));
+        eight = _mm_andnot_si128(_mm_and_si128(is_unmapped, other), eight);
+    }
+    std::memcpy(block, units, sizeof units);
+#else
+    for (std::ptrdiff_t i = 0; i < kBlock; ++i) {
+        if (block[i] == 0xFFFF) block[i] = replacement;
+    }
+#endif
+}
 
 // Copies ASCII until something else, the end of the source or of the destination's room.
 template <class From, class To>
