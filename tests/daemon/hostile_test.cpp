@@ -124,19 +124,22 @@ TEST_F(Hostile, PathsWithoutAnEnd)
 {
     start_plain();
     UdpClient asker = client();
-    for (const char letter : {'/', 'x', '\\', '\xFF'}) {
-        for (const bool reaches_on : {false, true}) {
-            for (const std::size_t at : {std::size_t{180}, std::size_t{112}}) {
-                Bytes request = at == 180 ? codec::get_volume(header(), "")
-                                          : codec::get_initial_map(header(), map_of());
-                if (reaches_on) request.resize(65507);
-                request.put(28, 4, request.size());
-                for (std::size_t unit = at; unit + 2 <= request.size(); unit += 2) {
-                    request.put(unit, 2, static_cast<unsigned char>(letter));
-                }
-                ask_anything(asker, request.data());
-            }
+    const auto ask_filled = [&](Bytes request, std::size_t path, char letter) {
+        request.put(28, 4, request.size());
+        for (std::size_t unit = path; unit + 2 <= request.size(); unit += 2) {
+            request.put(unit, 2, static_cast<unsigned char>(letter));
         }
+        ask_anything(asker, request.data());
+    };
+    for (const char letter : {'/', 'x', '\\', '\xFF'}) {
+        Bytes volume = codec::get_volume(header(), "");
+        Bytes map = codec::get_initial_map(header(), map_of());
+        ask_filled(volume, 180, letter);
+        ask_filled(map, 112, letter);
+        volume.resize(65507);  // what follows the path's area is no zero either
+        map.resize(65507);
+        ask_filled(volume, 180, letter);
+        ask_filled(map, 112, letter);
     }
     expect_alive();
 }
@@ -277,6 +280,7 @@ TEST_F(Hostile, FloodFromManyPortsIsWorkedOff)
 {
     start_plain();
     std::vector<UdpClient> askers;
+    askers.reserve(20);
     for (int i = 0; i < 20; ++i) askers.push_back(client());
     for (int round = 0; round < 50; ++round) {
         for (UdpClient& asker : askers) {

@@ -167,6 +167,7 @@ TEST_F(Leases, ManyLeasesOfManyClientsAllClose)
     UdpClient one = client();
     UdpClient two = client();
     std::vector<std::uint32_t> keys;
+    keys.reserve(500);
     for (int i = 0; i < 500; ++i) keys.push_back(open_key(i % 2 == 0 ? one : two, map_of()));
 
     for (const std::uint32_t key : keys) {

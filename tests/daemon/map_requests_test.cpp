@@ -159,7 +159,7 @@ TEST_F(MapRequests, PathIsJoinedByTheClientsSeparator)
     const auto joined = [this](const std::string& share, const std::string& file, char separator) {
         forget_calls();
         codec::Header head = header();
-        head.separator = static_cast<std::uint16_t>(separator);
+        head.separator = static_cast<unsigned char>(separator);
         (void)client().ask(codec::get_initial_map(head, map_of(share, file)));
         const auto made = calls();
         return made.empty() ? std::string() : made[0].substr(made[0].find("path=") + 5);

@@ -40,9 +40,9 @@ protected:
     void make_image()
     {
         files_["/fragmented"] = random_bytes(1500001, 1);
-        files_["/sparse"] = std::string(5 * 1024 * 1024, '\0');
+        files_["/sparse"] = std::string(5242880, '\0');
         files_["/sparse"].replace(0, 9, "beginning");
-        files_["/sparse"].replace(600 * 4096, 100000, random_bytes(100000, 2));
+        files_["/sparse"].replace(2457600, 100000, random_bytes(100000, 2));
         files_["/empty"] = "";
         files_["/one_byte"] = "x";
         files_["/block"] = random_bytes(4096, 3);
