@@ -29,7 +29,9 @@ std::uint32_t attempt_exchange(const char* host, std::uint16_t port, const void*
                                void* reply, std::uint32_t& reply_length_bytes,
                                std::int32_t timeout_s) noexcept
 {
-    const std::uint32_t room_bytes = reply == nullptr ? 0 : reply_length_bytes;
+    // A negative length, which callers may have in a signed word, is no room either.
+    const bool has_room = reply != nullptr && static_cast<std::int32_t>(reply_length_bytes) > 0;
+    const std::uint32_t room_bytes = has_room ? reply_length_bytes : 0;
     if (room_bytes > 0) std::memset(reply, 0, room_bytes);
     const auto length_bytes = load<LanHeader>(request).length;
     const std::uint32_t result = DGRAM_SendAndReceive(host, port, request, length_bytes, reply,

@@ -70,8 +70,8 @@ CORVANE_API uint32_t DGRAM_SendReply(const DgramReplyAddr* sender, const void* r
 
 /* Sends a request from a socket of its own and waits for one answer, `timeout_s` seconds at the
  * most. `reply_length_bytes`: in the room of `reply`, out the bytes received. Without a reply
- * buffer, a length or room it only sends. An answer that fills the room is too long (6). Returns 0,
- * 6, 1100, 1101, 1102, 1103 or 1106. */
+ * buffer, a length or room (0, or negative as a signed word) it only sends. An answer that fills
+ * the room is too long (6). Returns 0, 6, 1100, 1101, 1102, 1103 or 1106. */
 CORVANE_API uint32_t DGRAM_SendAndReceive(const char* host, uint16_t port, const void* request,
                                           uint32_t request_length_bytes, void* reply,
                                           uint32_t* reply_length_bytes,

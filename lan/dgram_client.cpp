@@ -104,7 +104,8 @@ std::uint32_t DGRAM_SendAndReceive(const char* host, std::uint16_t port, const v
                                 corvane::as_sockaddr(peer), sizeof peer);
     CORVANE_TRACE("DGRAM: Client sent %d bytes\n", static_cast<int>(sent));
     if (sent < 0) return DGRAM_E_SEND;
-    if (reply == nullptr || reply_length_bytes == nullptr || *reply_length_bytes < 1) return 0;
+    if (reply == nullptr || reply_length_bytes == nullptr) return 0;
+    if (static_cast<std::int32_t>(*reply_length_bytes) < 1) return 0;  // a negative room is none
 
     CORVANE_TRACE("FTX2001I DGRAM:  client waiting for reply\n");
     const std::uint32_t failure = corvane::await_answer(socket.descriptor(), timeout_s);

@@ -239,16 +239,21 @@ TEST(LanClient, WithoutRoomItOnlySends)
 {
     Peer peer;
     std::uint32_t none = 0;
+    auto negative = static_cast<std::uint32_t>(-1);
+    Bytes reply(48, 0xEE);
 
     EXPECT_EQ(LAN_SendAndReceiveWithTimeout("127.0.0.1", peer.port(), kRequest.data(), nullptr,
                                             &none, 10, 1),
               0U);
+    EXPECT_EQ(LAN_SendAndReceiveWithTimeout("127.0.0.1", peer.port(), kRequest.data(), reply.data(),
+                                            &negative, 10, 1),
+              0U);
+    EXPECT_EQ(reply, Bytes(48, 0xEE));
     EXPECT_EQ(LAN_SendAndReceiveWithTimeout("127.0.0.1", peer.port(), kRequest.data(), nullptr,
                                             nullptr, 10, 1),
               0U);
 
-    EXPECT_EQ(peer.receive(), kRequest);
-    EXPECT_EQ(peer.receive(), kRequest);
+    for (int sent = 0; sent < 3; ++sent) EXPECT_EQ(peer.receive(), kRequest);
 }
 
 TEST(LanClient, ValidationComparesIdentifiersAndLength)

@@ -127,9 +127,13 @@ TEST(DgramClient, WithoutRoomItOnlySends)
     const auto before = open_descriptors();
     std::uint32_t length_bytes = 0;
     std::uint32_t some_bytes = 8;
+    auto negative_bytes = static_cast<std::uint32_t>(-8);
     Bytes reply(8);
     const TraceCapture trace;
 
+    EXPECT_EQ(DGRAM_SendAndReceive("127.0.0.1", peer.port(), kRequest.data(), 3, reply.data(),
+                                   &negative_bytes, 10),
+              0U);
     EXPECT_EQ(DGRAM_SendAndReceive("127.0.0.1", peer.port(), kRequest.data(), 3, reply.data(),
                                    &length_bytes, 10),
               0U);
@@ -141,9 +145,11 @@ TEST(DgramClient, WithoutRoomItOnlySends)
               0U);
 
     EXPECT_EQ(hex(peer.receive().value()), "515253");
+    EXPECT_EQ(hex(peer.receive().value()), "515253");
     EXPECT_EQ(hex(peer.receive().value()), "5152");
     EXPECT_EQ(hex(peer.receive().value()), "51");
     EXPECT_EQ(some_bytes, 8U);
+    EXPECT_EQ(negative_bytes, static_cast<std::uint32_t>(-8));
     EXPECT_EQ(trace.count("FTX2001I DGRAM:  client waiting for reply\n"), 0U);
     EXPECT_EQ(open_descriptors(), before);
 }
