@@ -164,7 +164,7 @@ char32_t Naive::read_sequence(std::string_view sequence) const
             if (sequence.size() == 1) return U'?';
             char32_t value = static_cast<char32_t>(lead) & (0x7FU >> sequence.size());
             for (std::size_t i = 1; i < sequence.size(); ++i)
-                value = value * 64 + (trail(i) & 0x3F);
+                value = value * 64 + (static_cast<char32_t>(trail(i)) & 0x3F);
             return value;
     }
 }
@@ -189,7 +189,7 @@ Characters Naive::read_shifted(std::string_view text) const
         } else if (first == 0x0F) {
             is_double = false;
         } else {
-            out.text += def_eb_to_ucs[first];
+            out.text.push_back(def_eb_to_ucs[first]);
         }
     }
     return out;
@@ -249,10 +249,10 @@ Characters Naive::read_utf8(std::string_view text) const
         if (length == 1) {
             out.text += lead < 0x80 ? char32_t{lead} : U'?';
         } else if (length == 2) {
-            out.text += (lead & 0x1FU) * 64U + (at(text, 1) & 0x3FU);
+            out.text.push_back((lead & 0x1FU) * 64U + (at(text, 1) & 0x3FU));
         } else {
-            out.text +=
-                (lead & 0x0FU) * 4096U + (at(text, 1) & 0x3FU) * 64U + (at(text, 2) & 0x3FU);
+            out.text.push_back((lead & 0x0FU) * 4096U + (at(text, 1) & 0x3FU) * 64U +
+                               (at(text, 2) & 0x3FU));
         }
         text.remove_prefix(length);
     }
