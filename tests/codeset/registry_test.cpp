@@ -1,4 +1,5 @@
 // The registry: names, the search for tables, alias files, objects, the default and its life.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <langinfo.h>
 #include <sys/stat.h>
@@ -16,6 +17,21 @@ namespace {
 
 using namespace corvane::test;
 namespace fs = std::filesystem;
+
+// Whether the C library names no code set for the locale; every locale at hand has one.
+bool locale_has_no_code_set = false;
+
+}  // namespace
+
+// Stands before the C library's, which it asks.
+extern "C" char* nl_langinfo(nl_item item) noexcept
+{
+    static char nothing[] = "";
+    static auto* const real = reinterpret_cast<decltype(&nl_langinfo)>(dlsym(RTLD_NEXT, __func__));
+    return locale_has_no_code_set && item == CODESET ? nothing : real(item);
+}
+
+namespace {
 
 constexpr const char* kVariables[] = {"CORKELDIR", "BINDIR", "KEL_CODESET", "LC_ALL", "LANG"};
 
@@ -39,6 +55,7 @@ protected:
         fs::current_path(former_);
         fs::remove_all(folder_);
         for (const char* variable : kVariables) unsetenv(variable);
+        locale_has_no_code_set = false;
         (void)setlocale(LC_ALL, "C");
     }
 
@@ -137,6 +154,29 @@ TEST_F(Registry, EmptyVariableMeansTheLocales)
     EXPECT_STREQ(buffer, "UTF8");
 }
 
+TEST_F(Registry, LocaleWithoutACodeSetMeansLatin1)
+{
+    char buffer[32];
+    locale_has_no_code_set = true;
+
+    EXPECT_EQ(get_cs_name(buffer, sizeof buffer), 0U);
+    EXPECT_STREQ(buffer, "ISO88591");
+    EXPECT_EQ(kel_os_cs_name(buffer, sizeof buffer), 0U);
+    EXPECT_STREQ(buffer, "ISO88591");
+}
+
+// However much room the caller has, the raw name is cut at 127 characters.
+TEST_F(Registry, LongCodeSetNameIsCut)
+{
+    char buffer[256];
+    setenv("KEL_CODESET", std::string(200, 'a').c_str(), 1);
+
+    EXPECT_EQ(kel_os_cs_name(buffer, sizeof buffer), 0U);
+    EXPECT_EQ(std::string(buffer), std::string(127, 'A'));
+    EXPECT_EQ(kel_os_cs_name(buffer, 4), 0U);
+    EXPECT_STREQ(buffer, "AAA");
+}
+
 // ---- search ----
 
 TEST_F(Registry, SearchesItsPlacesInOrder)
@@ -170,22 +210,26 @@ TEST_F(Registry, EmptyVariablesAreNotPlaces)
 // Places whose variable is too long for them are left out, each by its own measure.
 TEST_F(Registry, TooLongAVariableIsSkippedNotCut)
 {
-    const auto found_with_length = [&](std::size_t length) {
+    const auto found_with_length = [&](const char* variable, std::size_t length) {
         std::string path = (folder_ / "kel").string();
         while (path.size() + 2 <= length) path += "/.";
         if (path.size() < length) path += "/";
-        setenv("CORKELDIR", path.c_str(), 1);
+        setenv(variable, path.c_str(), 1);
         return found("N");
     };
     write("kel/codeset/N", table(1));
     write("kel/N", table(2));
+    write("generic/codeset/N", table(4));
     write("N", table(3));
 
-    EXPECT_EQ(found_with_length(244), 1U);
-    EXPECT_EQ(found_with_length(246), 2U);
-    EXPECT_EQ(found_with_length(252), 2U);
-    EXPECT_EQ(found_with_length(254), 3U);
-    EXPECT_EQ(found_with_length(400), 3U);
+    EXPECT_EQ(found_with_length("CORKELDIR", 244), 1U);
+    EXPECT_EQ(found_with_length("CORKELDIR", 246), 2U);
+    EXPECT_EQ(found_with_length("CORKELDIR", 252), 2U);
+    EXPECT_EQ(found_with_length("CORKELDIR", 254), 3U);
+    EXPECT_EQ(found_with_length("CORKELDIR", 400), 3U);
+    EXPECT_EQ(found_with_length("BINDIR", 233), 4U);
+    EXPECT_EQ(found_with_length("BINDIR", 235), 3U);
+    EXPECT_EQ(found_with_length("BINDIR", 400), 3U);
 }
 
 TEST_F(Registry, NamesAreUsedAsSpelled)
@@ -362,6 +406,18 @@ TEST_F(Registry, EncodingSchemeOverridesTheType)
     EXPECT_EQ(cs->type, KEL_TYPE_EBCDIC_SBCS);
 }
 
+TEST_F(Registry, UnknownTypesOfTablesPassThrough)
+{
+    for (const std::uint16_t type : {std::uint16_t{5}, std::uint16_t{7}}) {
+        write("NAME", TableWriter(type).image);
+        const CsPtr cs(kel_cs_new("NAME"));
+        ASSERT_NE(cs, nullptr);
+        EXPECT_EQ(cs->type, type);
+        EXPECT_EQ(cs->table_backed, 1);
+        EXPECT_EQ(from_ucs2(*cs, u"\u20AC"), (Bytes{KEL_DONE, "\xAC"}));
+    }
+}
+
 TEST_F(Registry, Utf8NeedsNoFile)
 {
     const CsPtr cs(kel_cs_new("UTF8"));
@@ -427,6 +483,22 @@ TEST_F(Registry, Utf8LocaleNeedsNoFile)
 
     EXPECT_EQ(kel_init(), 0U);
     EXPECT_EQ(def_cs->type, KEL_TYPE_UTF8);
+}
+
+TEST_F(Registry, TableOfNullIsTheDefaults)
+{
+    setenv("KEL_CODESET", "NAME", 1);
+    write("NAME", table(5));
+    std::uint32_t size = 99;
+
+    void* const image = kel_cs_table(nullptr, &size);
+
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(image, def_cs->table);
+    EXPECT_EQ(size, table(5).size());
+    (void)kel_set_def_cs(nullptr);
+    EXPECT_EQ(kel_cs_table(nullptr, &size), nullptr);
+    EXPECT_EQ(size, 0U);
 }
 
 TEST_F(Registry, UninitFreesOnceAndResets)
