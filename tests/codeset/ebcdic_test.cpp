@@ -24,10 +24,40 @@ TEST(EbcdicTables, FlagTheInvariantSet)
         ASSERT_LT(def_eb_to_ucs[byte], 256U) << byte;
         EXPECT_NE(invar_ucs_to_eb[def_eb_to_ucs[byte]], 0) << byte;
     }
-    EXPECT_EQ(invar_eb_to_ucs[0x04], 0);
-    EXPECT_EQ(invar_eb_to_ucs[0x5A], 0);
-    EXPECT_EQ(invar_ucs_to_eb[0x21], 0);
-    EXPECT_EQ(invar_ucs_to_eb[0x60], 0);
+}
+
+struct Span {
+    unsigned first, last;
+};
+
+// Whether `flags` has one for each value of `spans`, and for no other.
+template <std::size_t kSpans>
+[[nodiscard]] testing::AssertionResult flags_are(const std::uint8_t (&flags)[256],
+                                                 const Span (&spans)[kSpans])
+{
+    for (unsigned value = 0; value < 256; ++value) {
+        const bool expected = std::any_of(std::begin(spans), std::end(spans), [value](Span span) {
+            return span.first <= value && value <= span.last;
+        });
+        if ((flags[value] != 0) != expected) return testing::AssertionFailure() << value;
+    }
+    return testing::AssertionSuccess();
+}
+
+TEST(EbcdicTables, FlagEachInvariantByteAndCharacter)
+{
+    constexpr Span kBytes[] = {
+        {0x00, 0x03}, {0x05, 0x05}, {0x07, 0x07}, {0x0B, 0x13}, {0x15, 0x16}, {0x18, 0x19},
+        {0x1C, 0x1F}, {0x25, 0x27}, {0x2D, 0x2F}, {0x32, 0x32}, {0x37, 0x37}, {0x3C, 0x3D},
+        {0x3F, 0x40}, {0x4B, 0x4E}, {0x50, 0x50}, {0x5C, 0x5E}, {0x60, 0x61}, {0x6B, 0x6F},
+        {0x7A, 0x7A}, {0x7D, 0x7E}, {0x81, 0x89}, {0x91, 0x99}, {0xA2, 0xA9}, {0xC1, 0xC9},
+        {0xD1, 0xD9}, {0xE2, 0xE9}, {0xF0, 0xF9},
+    };
+    constexpr Span kCharacters[] = {{0x00, 0x20}, {0x25, 0x3F}, {0x41, 0x5A},
+                                    {0x5F, 0x5F}, {0x61, 0x7A}, {0x7F, 0x7F}};
+
+    EXPECT_TRUE(flags_are(invar_eb_to_ucs, kBytes));
+    EXPECT_TRUE(flags_are(invar_ucs_to_eb, kCharacters));
 }
 
 TEST(EbcdicTables, AreCodePage1047ButForLineFeeds)
