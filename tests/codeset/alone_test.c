@@ -22,8 +22,14 @@ int main(void)
     uint32_t from_left = 1;
     uint16_t* to = units;
     uint32_t to_left = 16;
-    kel_cs_t* cs = kel_cs_new("UTF8");
+    kel_cs_t* cs;
 
+    expect(utf8_cs == &utf8_uc_ch_t && utf8_cs->type == KEL_TYPE_UTF8, "the UTF-8 set at first");
+    expect(os_cs == &os_uc_ch_t && os_cs->type == KEL_TYPE_OS, "the pass-through set at first");
+    expect(def_cs == &os_uc_ch_t && os_loc_cs == &os_uc_ch_t, "the defaults at first");
+    expect(kel_initialized == 0, "nothing is initialised at first");
+    cs = kel_cs_new("UTF8");
+    expect(kel_initialized == 0, "an object needs no initialisation");
     expect(cs != NULL && cs->type == KEL_TYPE_UTF8, "an object of UTF8");
     expect(kel_to_ucs2(cs, "A\xC3\xA4", -1, units, 16) == 3 && units[1] == 0xE4, "to UCS-2");
     expect(kel_from_ucs2(cs, units, -1, bytes, 16) == 4 && strcmp(bytes, "A\xC3\xA4") == 0, "back");

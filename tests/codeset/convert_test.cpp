@@ -155,6 +155,23 @@ TEST(Utf8, FlushClearsTheDirectionsState)
     EXPECT_EQ(room, 1U);
 }
 
+TEST(Utf8, CutSequenceLeavesTheSourceOnItsLead)
+{
+    kel_cs_t cs = utf8_uc_ch_t;
+    const char text[] = "A\xC3";
+    const char* from = text;
+    std::uint32_t from_left = 2;
+    char out[4] = {};
+    char* to = out;
+    std::uint32_t to_left = 4;
+
+    EXPECT_EQ(kel_from_utf8_r(&cs, &from, &from_left, &to, &to_left), KEL_INCOMPLETE);
+    EXPECT_EQ(from, text + 1);
+    EXPECT_EQ(from_left, 1U);
+    EXPECT_EQ(to, out + 1);
+    EXPECT_EQ(to_left, 3U);
+}
+
 // ---- pass-through ----
 
 TEST(Os, CopiesBytesAndWidensOrNarrowsUnits)

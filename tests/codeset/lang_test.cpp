@@ -4,7 +4,9 @@
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "codeset/kel_lang.h"
 
@@ -107,6 +109,33 @@ TEST(MapString, FindsTheFirstExactKey)
     EXPECT_EQ(map_string(table, ""), nullptr);
     EXPECT_STREQ(map_string(to_canonical_lang, "zh"), "zh_CN");
     EXPECT_EQ(to_os_loc[0].key, nullptr);
+}
+
+// Callers may walk the tables, so their order counts too.
+TEST(MapString, TablesHaveTheirPairsInOrder)
+{
+    using Pairs = std::vector<std::pair<std::string, std::string>>;
+    const auto pairs = [](const kel_string_pair* pair) {
+        Pairs all;
+        for (; pair->key != nullptr; ++pair) all.emplace_back(pair->key, pair->value);
+        return all;
+    };
+
+    EXPECT_EQ(pairs(to_canonical_loc), (Pairs{{"C", "C"},
+                                              {"american", "C"},
+                                              {"ar_AA", "ar"},
+                                              {"Ar_AA", "ar"},
+                                              {"cz", "cs"},
+                                              {"japanese", "ja_JP"},
+                                              {"Jp_JP", "ja_JP"}}));
+    EXPECT_EQ(pairs(to_canonical_lang), (Pairs{{"C", "C"},
+                                               {"en", "C"},
+                                               {"fr", "fr_FR"},
+                                               {"ja", "ja_JP"},
+                                               {"pt", "pt_BR"},
+                                               {"pt_BR", "pt_BR"},
+                                               {"zh", "zh_CN"},
+                                               {"zh_TW", "zh_TW"}}));
 }
 
 TEST(OsLanguage, IsLANG)
