@@ -144,12 +144,14 @@ std::vector<Extent> OpenFile::whole_map(std::int64_t end)
 
 // Only the beginning is mapped again: a map of the whole file might count as one more client's. The
 // rest follows piece by piece, as ever.
-void OpenFile::allocate(std::int64_t bytes)
+void OpenFile::allocate(std::int64_t bytes, bool lacks_blocks)
 {
     const std::int64_t size_before = first_map_.file_size;
+    const std::int64_t allocation_before = first_map_.allocation;
     const std::int64_t range = kLongestRangeBytes - kLongestRangeBytes % volume_.block_bytes;
-    has_allocated_ = true;
+    has_allocated_ = true;  // until the answer says otherwise: it may get lost
     first_map_ = ask_map({0, std::max<std::int64_t>(range, volume_.block_bytes)}, bytes);
+    has_allocated_ = lacks_blocks || first_map_.allocation != allocation_before;
     if (first_map_.file_size != size_before) {
         throw Failure(kBadReply,
                       "the file's size changed with its allocation; look into the "

@@ -39,8 +39,9 @@ public:
     // All extents of [0, end), holes included, adjacent ones joined. Bounded in number.
     [[nodiscard]] std::vector<Extent> whole_map(std::int64_t end);
 
-    // Asks for blocks up to `bytes`, the size unchanged; earlier maps are void.
-    void allocate(std::int64_t bytes);
+    // Asks for blocks up to `bytes`, the size unchanged; earlier maps are void. Where none lack
+    // this only asks for leave to write.
+    void allocate(std::int64_t bytes, bool lacks_blocks);
 
     // True once blocks were asked for, whether or not they came.
     [[nodiscard]] bool has_allocated() const { return has_allocated_; }

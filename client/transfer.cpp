@@ -141,15 +141,15 @@ bool is_all_data(std::span<const Extent> extents)
 }
 
 // The map of all bytes to write. Where blocks lack, or where what is written would go on reading as
-// zeros, the controller is asked to allocate: that gives blocks and prepares them. The allocation
-// is never asked to shrink: that would take blocks from a file that may yet keep its size.
+// zeros, the controller is asked to allocate: that gives blocks and prepares them. It is asked even
+// where nothing lacks: a volume or file that must not be changed refuses here, before a byte of it
+// is. The allocation never shrinks: that would take blocks from a file that may yet keep its size.
 std::vector<Extent> map_for_writing(OpenFile& file, std::int64_t total)
 {
+    const std::int64_t kept = std::max(total, file.allocation());
+    const bool has_blocks = is_all_data(file.whole_map(total));
+    file.allocate(has_blocks ? kept : std::max(kept, file.size()), /*lacks_blocks=*/!has_blocks);
     auto extents = file.whole_map(total);
-    if (!is_all_data(extents)) {
-        file.allocate(std::max({total, file.size(), file.allocation()}));
-        extents = file.whole_map(total);
-    }
     if (!is_all_data(extents)) {
         throw Failure(kNoBlocks, "the controller gave the file no blocks to write " +
                                      std::to_string(total) +

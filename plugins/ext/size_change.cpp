@@ -19,6 +19,7 @@ SizeChange::SizeChange(Volume& volume, OpenFile& file, std::shared_ptr<const Lay
       layout_(std::move(layout)),
       prepared_(volume.locks.prepared(file.id)),
       holders_(volume.locks.holders(file.id)),
+      is_write_wish_(file_size < 0 && allocation_size >= 0),
       old_bytes_(file.size_bytes()),
       new_bytes_(file_size < 0 ? old_bytes_ : static_cast<std::uint64_t>(file_size))
 {
@@ -49,11 +50,14 @@ std::uint32_t SizeChange::run()
 {
     if (new_bytes_ > size_limit_bytes()) return FS_E_MISC_ERROR;
     if (is_shrinking() && holders_ > 1) return FS_E_PRIVILEGE;
+    const bool is_guarded = (file_.inode.i_flags & (EXT2_IMMUTABLE_FL | EXT2_APPEND_FL)) != 0;
+    const bool may_change = volume_.line.writable && !is_guarded;
+    // A client that asks for blocks alone writes next, even where none lack.
+    if (is_write_wish_ && !may_change) return FS_E_PRIVILEGE;
     if (new_bytes_ == old_bytes_ && !trim_from() && !lacks_blocks()) {
         return is_short_ ? FS_E_SHORT_ALLOC : FS_E_SUCCESS;
     }
-    const bool is_guarded = (file_.inode.i_flags & (EXT2_IMMUTABLE_FL | EXT2_APPEND_FL)) != 0;
-    if (!volume_.line.writable || is_guarded) return FS_E_PRIVILEGE;
+    if (!may_change) return FS_E_PRIVILEGE;
 
     VolumeChange change(volume_);
     if (!change.begin() || !apply() || !change.commit()) return FS_E_MISC_ERROR;

@@ -54,6 +54,7 @@ private:
     std::shared_ptr<const Layout> layout_;
     std::vector<BlockRange> prepared_;  // blocks of the file
     const std::uint32_t holders_;
+    const bool is_write_wish_;  // an allocation by itself: the caller is about to write
     const std::uint64_t old_bytes_;
     std::uint64_t new_bytes_;
     std::uint64_t end_block_ = 0;                  // one past the last block of the new size

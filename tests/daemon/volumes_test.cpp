@@ -255,8 +255,10 @@ TEST_F(Volumes, WriterOfAReadOnlyVolumeIsToldSo)
 
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1) << outcome.errors;
+    EXPECT_NE(outcome.errors.find("privilege error"), std::string::npos) << outcome.errors;
     stop();
     check_image();
+    EXPECT_TRUE(dumped("/block") == files_["/block"]) << "refused before a byte was written";
 }
 
 TEST_F(Volumes, MissingFileIsOneLineOfError)

@@ -155,6 +155,7 @@ TEST_P(ExtLock, ReadOnlyVolumeAllowsWhatChangesNothing)
     EXPECT_EQ(plugin().set_sizes(f_, kSize + 1, -1), FS_E_PRIVILEGE);
     EXPECT_EQ(plugin().set_sizes(f_, 0, -1), FS_E_PRIVILEGE);
     EXPECT_EQ(plugin().set_sizes(f_, -1, 2 * kSize), FS_E_PRIVILEGE);
+    EXPECT_EQ(plugin().set_sizes(f_, -1, kSize), FS_E_PRIVILEGE) << "a writer asks for its blocks";
     EXPECT_EQ(plugin().unlock(f_), 0U);
     EXPECT_TRUE(read_whole_file(image_.path()) == before) << "not a byte may change";
 }
@@ -169,6 +170,7 @@ TEST_P(ExtLock, ImmutableFilesKeepTheirSize)
     EXPECT_EQ(plugin().map(f_).result, 0U);
     EXPECT_EQ(plugin().set_sizes(f_, kSize, kSize), 0U);
     EXPECT_EQ(plugin().set_sizes(f_, 2 * kSize, -1), FS_E_PRIVILEGE);
+    EXPECT_EQ(plugin().set_sizes(f_, -1, kSize), FS_E_PRIVILEGE);
 }
 
 }  // namespace
