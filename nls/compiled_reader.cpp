@@ -54,6 +54,7 @@ void read_compiled(int fd)
     MCHeaderT header;
     if (!read_header(fd, header)) corrupt();
     if (header.majorVer != MC_MAJOR_VERSION) compile_error("unrecognized catalog version");
+    if (static_cast<std::int32_t>(header.numSets) < 1) corrupt();
     (void)open_catalogue();
     SetChain chain(fd, header.firstSet);
     std::uint64_t read_bytes = 0;

@@ -136,11 +136,11 @@ TEST(CatalogueReader, AddsSetsAndMessagesToTheOnesInMemory)
     EXPECT_EQ(Compiler::model(), "1{1=new|2=kept|3=more}5{}");
 }
 
-TEST(CatalogueReader, SkipsDeletedRecordsAndIgnoresTheSetCount)
+TEST(CatalogueReader, SkipsDeletedRecordsAndFollowsTheChainWhateverTheSetCount)
 {
     const Compiler compiler;
     const std::string data("x\0y\0", 4);
-    compiler.read(header(0) + set_record(1, 64, 0, 0, 0, 0, /*invalid=*/7) +
+    compiler.read(header(5) + set_record(1, 64, 0, 0, 0, 0, /*invalid=*/7) +
                   set_record(2, 0, 104, 100, 4, 2) + data + message_record(1, 0, /*invalid=*/1) +
                   message_record(2, 2));
     EXPECT_EQ(Compiler::model(), "2{2=y}");
@@ -158,6 +158,8 @@ TEST(CatalogueReader, CorruptFilesAreFatal)
     const std::string data("x\0", 2);
     for (const std::string& bytes :
          {std::string(), header(1).substr(0, 27), "?" + header(1).substr(1), header(1),
+          header(0) + set_record(1, 0, 0, 0, 0, 0),
+          header(UINT32_MAX) + set_record(1, 0, 0, 0, 0, 0),
           header(1) + set_record(1, 28, 0, 0, 0, 0), header(1) + set_record(1, 64, 0, 0, 0, 0),
           header(1, 5), header(1) + set_record(1, 0, 64, 64, 3, 0) + data,
           header(1) + set_record(1, 0, 66, 64, 2, 1) + data,
@@ -189,8 +191,10 @@ TEST(CatalogueReader, TextsMayBeSharedButNotWithoutBound)
 TEST(CatalogueReader, OtherVersionIsFatal)
 {
     const Compiler compiler;
-    EXPECT_EXIT(compiler.read(header(1, 28, 2)), testing::ExitedWithCode(1),
-                "^gencat: unrecognized catalog version on line 0\n\n$");
+    for (const std::uint32_t sets : {1U, 0U}) {
+        EXPECT_EXIT(compiler.read(header(sets, 28, 2)), testing::ExitedWithCode(1),
+                    "^gencat: unrecognized catalog version on line 0\n\n$");
+    }
 }
 
 constexpr char kMacros[] =
