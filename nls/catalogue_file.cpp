@@ -40,6 +40,7 @@ bool read_exactly(int fd, std::uint64_t offset, void* out, std::size_t size) noe
 
 bool file_holds(int fd, std::uint64_t offset, std::uint64_t size) noexcept
 {
+    if (size == 0) return true;
     const std::uint64_t file_bytes = size_of(fd);
     return offset <= file_bytes && size <= file_bytes - offset;
 }

@@ -14,7 +14,7 @@ namespace corvane {
 // Reads exactly `size` bytes at `offset`; false when the file ends before or cannot be read there.
 [[nodiscard]] bool read_exactly(int fd, std::uint64_t offset, void* out, std::size_t size) noexcept;
 
-// True when the file holds `size` bytes at `offset`.
+// True when the file holds `size` bytes at `offset`; no bytes at all it holds anywhere.
 [[nodiscard]] bool file_holds(int fd, std::uint64_t offset, std::uint64_t size) noexcept;
 
 // True while `bytes` read from a file in all may come of sets that share its blocks; false when a

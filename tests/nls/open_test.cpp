@@ -223,6 +223,15 @@ TEST_F(Open, SetWithoutMessagesIsValid)
     EXPECT_EQ(MCGetMsg(set, 1), nullptr);
 }
 
+TEST_F(Open, SetWithoutMessagesIsValidWhereverItsEmptyBlocksLie)
+{
+    const vor_cat_t opened =
+        open_bytes(header(1) + set_record(3, 0, 5000, 9000, 0, 0), VOR_LOAD_ALL);
+    ASSERT_NE(opened, nullptr);
+    EXPECT_EQ(errors, "");
+    EXPECT_EQ(opened->sets[0].invalid, 0U);
+}
+
 TEST_F(Open, DescriptorIsClosedOnExec)
 {
     const vor_cat_t opened = open_bytes(catalogue({{1, {}}}));
