@@ -59,6 +59,7 @@ void release_catalogue(vor_cat_t catalogue) noexcept
 
 std::int32_t cacheIndex(const char* path) noexcept
 {
+    if (path == nullptr) return -1;
     for (std::int32_t slot = 0; slot < VOR_CACHE_SLOTS; ++slot) {
         if (catCache[slot] != nullptr && std::strcmp(catCache[slot]->path, path) == 0) return slot;
     }
@@ -76,6 +77,7 @@ vor_cat_t lookupCat(const char* path) noexcept
 
 std::int32_t addCat(const char* path, vor_cat_t catalogue) noexcept
 {
+    if (path == nullptr) return -1;
     const std::int32_t slot = slot_for_new();
     if (slot < 0) return -1;
     const std::size_t path_bytes = std::strlen(path) + 1;

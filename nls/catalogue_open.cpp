@@ -135,6 +135,7 @@ vor_cat_t fill_or_refuse(vor_catalogue& catalogue, const char* path) noexcept
 
 vor_cat_t loadCat(const char* path, std::uint32_t flags) noexcept
 {
+    if (path == nullptr || *path == '\0') return corvane::kNoCatalogue;
     vor_catalogue* const cached = lookupCat(path);
     if (cached != corvane::kNoCatalogue) return cached;
 
@@ -152,6 +153,5 @@ vor_cat_t loadCat(const char* path, std::uint32_t flags) noexcept
 
 vor_cat_t vor_catopen(const char* path, std::uint32_t flags) noexcept
 {
-    if (path == nullptr || *path == '\0') return corvane::kNoCatalogue;
     return loadCat(path, flags);
 }

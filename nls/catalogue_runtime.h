@@ -43,17 +43,17 @@ CORVANE_API void* nls_malloc(size_t size) CORVANE_NOEXCEPT;
 CORVANE_API void* nls_realloc(void* block, size_t size) CORVANE_NOEXCEPT;
 CORVANE_API void nls_free(void* block) CORVANE_NOEXCEPT;
 
-/* Returns the cache slot that holds `path`, or -1. */
+/* Returns the cache slot that holds `path`, or -1; null is in none. */
 CORVANE_API int32_t cacheIndex(const char* path) CORVANE_NOEXCEPT;
 
 /* Returns the cached catalogue of `path`, its use noted, or VOR_NO_CATALOGUE. */
 CORVANE_API vor_cat_t lookupCat(const char* path) CORVANE_NOEXCEPT;
 
 /* Enters a catalogue in the cache, in place of the one that was closed and not looked up for
- * longest when no slot is free. Returns 0, or -1 when all slots are in use. */
+ * longest when no slot is free. Returns 0, or -1 when all slots are in use or `path` is null. */
 CORVANE_API int32_t addCat(const char* path, vor_cat_t catalogue) CORVANE_NOEXCEPT;
 
-/* vor_catopen, for a path that is neither null nor empty. */
+/* What vor_catopen does. */
 CORVANE_API vor_cat_t loadCat(const char* path, uint32_t flags) CORVANE_NOEXCEPT;
 
 /* Closes and frees a catalogue; VOR_NO_CATALOGUE and null are ignored. */

@@ -85,6 +85,16 @@ TEST_F(Cache, IndexNamesTheSlot)
     EXPECT_EQ(cacheIndex("/nowhere"), -1);
 }
 
+TEST_F(Cache, NullPathIsNeverCached)
+{
+    const vor_cat_t handle = open_numbered(1);
+    EXPECT_EQ(cacheIndex(nullptr), -1);
+    EXPECT_EQ(lookupCat(nullptr), VOR_NO_CATALOGUE);
+    EXPECT_EQ(addCat(nullptr, handle), -1);
+    EXPECT_EQ(catCache[1], nullptr);
+    EXPECT_EQ(lookTicker, 0U);
+}
+
 TEST_F(Cache, CloseOnlyClearsTheInUseFlag)
 {
     const vor_cat_t handle = open_numbered(1);

@@ -46,6 +46,8 @@ TEST_F(Open, NullAndEmptyPathsGiveNoCatalogue)
 {
     EXPECT_EQ(vor_catopen(nullptr, 0), VOR_NO_CATALOGUE);
     EXPECT_EQ(vor_catopen("", 0), VOR_NO_CATALOGUE);
+    EXPECT_EQ(loadCat(nullptr, 0), VOR_NO_CATALOGUE);
+    EXPECT_EQ(loadCat("", 0), VOR_NO_CATALOGUE);
 }
 
 TEST_F(Open, MissingFileGivesNoCatalogueWithoutAWord)
