@@ -57,16 +57,15 @@ void open_catalogue(const char* path) noexcept
     if (!is_open) corvane_cat = vor_catopen(path, kCatalogueFlags);
 }
 
-// Empties langName, so that the path is looked for again, when the language file is there, or when
-// the path in force came from one that has gone.
-void drop_outdated_name() noexcept
+// Empties langName when the language file is there, or when the path in force came from one that
+// has gone; true when the path is to be looked for again on that account.
+bool drop_outdated_name() noexcept
 {
-    if (language_file_exists()) {
-        set_text(fs->langName, "");
-    } else if (load_shared(fs->langFromFile) == 1) {
-        set_text(fs->langName, "");
-        store_shared(fs->langFromFile, 0);
-    }
+    const bool is_there = language_file_exists();
+    if (!is_there && load_shared(fs->langFromFile) != 1) return false;
+    set_text(fs->langName, "");
+    if (!is_there) store_shared(fs->langFromFile, 0);
+    return true;
 }
 
 void change_language(const char* locale) noexcept
@@ -105,12 +104,11 @@ void refresh_language() noexcept
 {
     char locale[kTextBytes];
     (void)corvaneSetLocale(locale);  // null only says that LANG is unset
-    drop_outdated_name();
-    if (text_of(fs->langName) == locale) {
-        set_text(glbNlsPath, text_of(fs->nlsPath));
-    } else {
-        change_language(locale);
-    }
+    // The emptied name alone would not tell a program without any locale to look again.
+    const bool is_outdated = drop_outdated_name();
+    const bool is_same = text_of(fs->langName) == locale;
+    if (is_outdated || !is_same) change_language(locale);
+    if (is_same) set_text(glbNlsPath, text_of(fs->nlsPath));
     open_catalogue(glbNlsPath);
 }
 

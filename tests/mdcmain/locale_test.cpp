@@ -340,6 +340,30 @@ TEST(ExistingSegment, LooksAgainWhenTheLanguageFileHasGone)
     });
 }
 
+TEST(ExistingSegment, FollowsTheLanguageFileWithoutAnyLocaleToo)
+{
+    in_private_machine([] {
+        fused_mapShared();
+        for (const char* path : {"/opt/one.cat", "/opt/de/two.cat"}) {
+            write_file(kLanguageFile, std::string(path) + "\n");
+            attach_again();
+            EXPECT_STREQ(fs->nlsPath, path);
+            EXPECT_STREQ(glbNlsPath, path);
+            EXPECT_EQ(fs->langFromFile, 1);
+        }
+        EXPECT_EQ(fs->decimalPoint, ',');
+        std::filesystem::remove(kLanguageFile);
+
+        attach_again();
+
+        EXPECT_EQ(fs->langFromFile, 0);
+        EXPECT_STREQ(fs->langName, "");
+        EXPECT_STREQ(fs->nlsPath, kCatalogue);
+        EXPECT_STREQ(glbNlsPath, kCatalogue);
+        EXPECT_EQ(fs->decimalPoint, '.');
+    });
+}
+
 TEST(ExistingSegment, AnOpenCatalogueStaysOpen)
 {
     in_private_machine([] {
