@@ -116,6 +116,41 @@ TEST_F(Language, MessagesVariableGoesBeforeLang)
               std::string::npos);
 }
 
+// What the locale's ASCII leaves alone of the texts.
+constexpr char kGermanStart[] = "FTX1194W DGRAM_BindListener fehlgeschlagen: 1104.";
+constexpr char kSpanishStart[] = "FTX1194W Error en DGRAM_BindListener: 1104.";
+
+constexpr std::int64_t kLangFromFile = 0x20A0C0;
+constexpr std::int64_t kDecimalPoint = 0x20A0C8;
+
+TEST_F(Language, LanguageFileIsFollowedByEveryAttachWhileItIsThere)
+{
+    make_segment();
+    environment_.emplace_back("LANG=C");
+    struct Step {
+        std::string path;
+        const char* text;
+    };
+    for (const Step& step : {Step{"/usr/Corvane/nls/de/corvanecat.cat", kGermanStart},
+                             Step{"/usr/Corvane/nls/es/corvanecat.cat", kSpanishStart}}) {
+        clear_log();
+        world().write_file("/usr/Corvane/lang.txt", step.path + "\n");
+        EXPECT_NE(log_of_taken_port({}).find(step.text), std::string::npos) << log();
+        EXPECT_EQ(world().text(segment::kNlsPath, 256), step.path);
+        EXPECT_EQ(world().text(segment::kLangName, 256), "/C");
+        EXPECT_EQ(world().word(kLangFromFile), 1);
+        EXPECT_EQ(world().word(kDecimalPoint), ',');
+    }
+
+    clear_log();
+    std::filesystem::remove(world().path("/usr/Corvane/lang.txt"));
+    EXPECT_NE(log_of_taken_port({}).find(kEnglish), std::string::npos) << log();
+    EXPECT_EQ(world().text(segment::kNlsPath, 256), "/usr/Corvane/nls/C/corvanecat.cat");
+    EXPECT_EQ(world().text(segment::kLangName, 256), "/C");
+    EXPECT_EQ(world().word(kLangFromFile), 0);
+    EXPECT_EQ(world().word(kDecimalPoint), '.');
+}
+
 TEST_F(Language, CorruptCatalogueLeavesTheBuiltInTexts)
 {
     world().write_file("/usr/Corvane/nls/de/corvanecat.cat", "not a catalogue");
