@@ -325,6 +325,26 @@ TEST(EbcdicDbcs, FlushClosesAnOpenRunWhenItFits)
     EXPECT_EQ(to_left, 0U);
 }
 
+TEST(EbcdicDbcs, FlushAfterUtf8ClosesAnOpenRunToo)
+{
+    TableWriter table = dbcs_table();
+    kel_cs_t cs = table.object();
+    cs.from_state = 1;
+    const char* from = nullptr;
+    std::uint32_t from_left = 0;
+    char out[1] = {};
+    char* to = out;
+    std::uint32_t to_left = 0;
+
+    EXPECT_EQ(kel_from_utf8_r(&cs, &from, &from_left, &to, &to_left), KEL_FULL);
+    EXPECT_EQ(cs.from_state, 1);
+    to_left = 1;
+    EXPECT_EQ(kel_from_utf8_r(&cs, &from, &from_left, &to, &to_left), KEL_DONE);
+    EXPECT_EQ(out[0], 0x0F);
+    EXPECT_EQ(cs.from_state, 0);
+    EXPECT_EQ(to_left, 0U);
+}
+
 TEST(EbcdicDbcs, FlushOfTheReadingDirectionOnlyClearsItsState)
 {
     TableWriter table = dbcs_table();

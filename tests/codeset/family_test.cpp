@@ -312,4 +312,44 @@ TEST(AsciiMbcs, CodeThatDoesNotFitIsNotBegun)
     EXPECT_EQ(out[0], '#');
 }
 
+// ---- flush calls ----
+
+// The states of a code set after a flush call, which must take and write nothing.
+struct States {
+    unsigned from, to;
+    bool operator==(const States&) const = default;
+};
+template <class From, class To>
+[[nodiscard]] States states_after_flush(unsigned type,
+                                        std::int32_t (*convert)(kel_cs_t*, const From**,
+                                                                std::uint32_t*, To**,
+                                                                std::uint32_t*) noexcept)
+{
+    TableWriter table(static_cast<std::uint16_t>(type));
+    kel_cs_t cs = table.object();
+    cs.from_state = cs.to_state = 1;
+    const From* from = nullptr;
+    std::uint32_t from_left = 0;
+    To out[1] = {'#'};
+    To* to = out;
+    std::uint32_t to_left = 1;
+    EXPECT_EQ(convert(&cs, &from, &from_left, &to, &to_left), KEL_DONE);
+    EXPECT_EQ(to, out);
+    EXPECT_EQ(to_left, 1U);
+    EXPECT_EQ(out[0], '#');
+    return {cs.from_state, cs.to_state};
+}
+
+TEST(Flush, ClearsTheStateOfItsDirectionAlone)
+{
+    for (const unsigned type : {KEL_TYPE_ASCII_SBCS, KEL_TYPE_ASCII_DBCS, KEL_TYPE_ASCII_MBCS,
+                                KEL_TYPE_EBCDIC_SBCS, KEL_TYPE_OS, KEL_TYPE_GB18030}) {
+        SCOPED_TRACE(type);
+        EXPECT_EQ(states_after_flush(type, kel_to_ucs2_r), (States{1, 0}));
+        EXPECT_EQ(states_after_flush(type, kel_to_utf8_r), (States{1, 0}));
+        EXPECT_EQ(states_after_flush(type, kel_from_ucs2_r), (States{0, 1}));
+        EXPECT_EQ(states_after_flush(type, kel_from_utf8_r), (States{0, 1}));
+    }
+}
+
 }  // namespace
