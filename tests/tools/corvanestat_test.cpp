@@ -126,7 +126,7 @@ TEST_F(Stat, JsonCountsTheCallsThatThePluginSaw)
     const auto seen = calls();
     std::size_t counted = 0;
     for (const auto& [name, numbers] : plugins[0]["calls"].items()) {
-        const auto is_this = [&name](const std::string& line) {
+        const auto is_this = [&name = name](const std::string& line) {
             return line.rfind("recorder.so " + name + " ", 0) == 0;
         };
         EXPECT_EQ(numbers["calls"], std::count_if(seen.begin(), seen.end(), is_this)) << name;
