@@ -98,13 +98,12 @@ void DaemonTest::SetUp()
     }
     environment_ = {"ASAN_OPTIONS=log_path=/tmp/sanitizer:detect_odr_violation=0",
                     "UBSAN_OPTIONS=print_stacktrace=1", "TSAN_OPTIONS=log_path=/tmp/sanitizer",
-                    "TZ=UTC"};
+                    "TZ=UTC", "CORKELDIR=/usr/Corvane"};
     // Whatever the machine's environment says: the daemon's own settings are the test's.
-    for (const char* name :
-         {"CORVANEVOLS", "CORVANEFIFO", "CORVANE_SMBPATH", "MAXDGRAM", "TRACK_MESSAGES",
-          "MAX_TRACKED_MESSAGES", "CORVANE_VOLUMES_FILE", "KEL_CODESET", "CORKELDIR", "BINDIR",
-          "LC_ALL", "LC_MESSAGES", "LC_CTYPE", "LC_COLLATE", "LC_TIME", "LC_NUMERIC", "LC_MONETARY",
-          "LANG"}) {
+    for (const char* name : {"CORVANEVOLS", "CORVANEFIFO", "CORVANE_SMBPATH", "MAXDGRAM",
+                             "TRACK_MESSAGES", "MAX_TRACKED_MESSAGES", "CORVANE_VOLUMES_FILE",
+                             "KEL_CODESET", "BINDIR", "LC_ALL", "LC_MESSAGES", "LC_CTYPE",
+                             "LC_COLLATE", "LC_TIME", "LC_NUMERIC", "LC_MONETARY", "LANG"}) {
         environment_.emplace_back(name);
     }
     install_catalogues();

@@ -54,7 +54,6 @@ protected:
                   0);
         for (const std::string& setting : environment) environment_.push_back(setting);
         environment_.emplace_back("LOCPATH=/tmp/locales");
-        environment_.emplace_back("CORKELDIR=/usr/Corvane");
         EXPECT_EQ(world().run(daemon_command({"-d"})).status, 1);
         return log();
     }
