@@ -117,12 +117,14 @@ void add_message(std::int32_t number, const char* text, const char* name)
 
 void delete_set(std::int32_t number)
 {
-    CatalogueNode& catalogue = whole_catalogue();
-    MCSetNode* const set = catalogue.sets.find(catalogue, number);
+    // Deleting makes no catalogue where there is none.
+    MCSetNode* const set =
+        cat == nullptr ? nullptr : whole_catalogue().sets.find(whole_catalogue(), number);
     if (set == nullptr) {
         compile_warning("specified set doesn't exist");
         return;
     }
+    CatalogueNode& catalogue = whole_catalogue();
     catalogue.sets.unlink(catalogue, set);
     if (curSet == set) curSet = nullptr;  // the next message needs a set directive first
     free_set(set);

@@ -69,6 +69,15 @@ TEST(Editing, DeletingWhatIsNotThereWarns)
     EXPECT_EQ(Compiler::model(), "1{}");
 }
 
+TEST(Editing, DeletingMakesNoCatalogue)
+{
+    const Compiler compiler;
+    Capture errors(STDERR_FILENO);
+    MCDelSet(1);
+    EXPECT_EQ(errors.take(), "gencat: specified set doesn't exist on line 0\n\n");
+    EXPECT_EQ(cat, nullptr);
+}
+
 TEST(Editing, FatalErrorsEndTheProcess)
 {
     const Compiler compiler;
