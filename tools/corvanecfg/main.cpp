@@ -1,5 +1,6 @@
 // corvanecfg: the settings of the shared segment on the command line.
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <iostream>
 
 #include "tools/corvanecfg/attach.hpp"
@@ -67,9 +68,7 @@ void add_commands(CLI::App& app, Arguments& arguments)
     });
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int parse_and_run(int argc, char** argv)
 {
     CLI::App app{"Shows and changes the settings that corvaned and the other programs share."};
     Arguments arguments;
@@ -81,10 +80,17 @@ int main(int argc, char** argv)
         if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
         std::cerr << "corvanecfg: " << error.what() << "; 'corvanecfg --help' shows the usage\n";
         return 2;
-    } catch (const Refusal& refusal) {
-        std::cerr << "corvanecfg: " << refusal.what() << '\n';
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return parse_and_run(argc, argv);
     } catch (const std::exception& error) {
-        std::cerr << "corvanecfg: " << error.what() << '\n';
+        (void)std::fprintf(stderr, "corvanecfg: %s\n", error.what());
     }
     return 1;
 }

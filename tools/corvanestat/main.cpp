@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <iostream>
 
 #include "tools/corvanestat/report.hpp"
@@ -38,9 +39,7 @@ void run(const Arguments& arguments)
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int parse_and_run(int argc, char** argv)
 {
     CLI::App app{"Shows what a running corvaned has counted."};
     Arguments arguments;
@@ -62,8 +61,17 @@ int main(int argc, char** argv)
         if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
         std::cerr << "corvanestat: " << error.what() << "; 'corvanestat --help' shows the usage\n";
         return 2;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return parse_and_run(argc, argv);
     } catch (const std::exception& error) {
-        std::cerr << "corvanestat: " << error.what() << '\n';
+        (void)std::fprintf(stderr, "corvanestat: %s\n", error.what());
     }
     return 1;
 }
