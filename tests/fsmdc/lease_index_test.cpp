@@ -29,6 +29,7 @@ void set_cookies(LeaseRecord& record, std::uint32_t file, std::uint32_t message,
 
 class Index : public ::testing::Test {
 protected:
+    Index() { index_.clear(); }
     Lease* newest_of(std::uint32_t file) const
     {
         const auto found = files_.find(file);
@@ -68,7 +69,8 @@ protected:
                   wanted);
     }
 
-    LeaseIndex index_;
+    // As the service's own, it keeps its tables for good; each test begins with an empty one.
+    static inline LeaseIndex index_;
     std::uint32_t next_key_ = 0;
     std::map<std::uint32_t, std::unique_ptr<Lease>> leases_;
     std::map<std::uint32_t, std::map<std::uint32_t, Lease*>> files_;
