@@ -147,8 +147,8 @@ TEST_F(ScsiIo, AReadIsOneCommandWithEveryFieldSet)
 
 TEST_F(ScsiIo, AWriteSendsItsBytes)
 {
+    std::fill(buffer_.begin(), buffer_.end(), 'w');  // before there is a thread that reads it
     answer_with({{}});
-    std::fill(buffer_.begin(), buffer_.end(), 'w');
 
     EXPECT_EQ(do_io(g_descriptor, 5, buffer_.data(), 2, 7), 0);
 
