@@ -68,7 +68,12 @@ void latencies(std::string& text, const CountersBlock& block)
                    function + "," + label("le", last ? "+Inf" : seconds(bound)), all);
         }
         // An upper bound: the page keeps buckets, not sums.
-        text += name + "_sum{" + function + "} " + seconds(static_cast<std::uint64_t>(sum)) + "\n";
+        text += name;
+        text += "_sum{";
+        text += function;
+        text += "} ";
+        text += seconds(static_cast<std::uint64_t>(sum));
+        text += '\n';
         sample(text, name + "_count", function, all);
     }
 }
