@@ -5,6 +5,7 @@ namespace corvane::ext {
 
 VolumeChange::~VolumeChange()
 {
+    ext2fs_set_block_alloc_stats_callback(volume_.fs.get(), nullptr, nullptr);
     if (!is_open_) return;
     volume_.is_broken = true;
     volume_.report(
@@ -16,7 +17,16 @@ bool VolumeChange::begin()
 {
     if (volume_.is_broken) return false;
     is_open_ = true;
+    volume_.fs->priv_data = this;
+    ext2fs_set_block_alloc_stats_callback(volume_.fs.get(), keep_freed, nullptr);
     return write_state(/*is_clean=*/false) == 0;
+}
+
+void VolumeChange::keep_freed(ext2_filsys fs, blk64_t block, int change)
+{
+    if (change >= 0) return;
+    static_cast<VolumeChange*>(fs->priv_data)->freed_.push_back(block);
+    ext2fs_mark_block_bitmap2(fs->block_map, block);
 }
 
 bool VolumeChange::commit()
@@ -48,6 +58,7 @@ errcode_t VolumeChange::write_state(bool is_clean)
 errcode_t VolumeChange::write_all()
 {
     ext2_filsys fs = volume_.fs.get();
+    for (const blk64_t block : freed_) ext2fs_unmark_block_bitmap2(fs->block_map, block);
     const auto held = volume_.locks.held_back();
     mark_held_back(volume_, held, /*is_held=*/false);
     errcode_t error = ext2fs_write_bitmaps(fs);

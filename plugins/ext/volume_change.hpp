@@ -22,11 +22,16 @@ public:
     [[nodiscard]] bool commit();
 
 private:
+    static void keep_freed(ext2_filsys fs, blk64_t block, int change);
     errcode_t write_state(bool is_clean);
     errcode_t write_all();
 
     Volume& volume_;
     bool is_open_ = false;
+    // Given up by this change, and not to be used by it again: the library may still hold such a
+    // block in its cache, as part of an extent tree, and would write it over what came to lie
+    // there.
+    std::vector<blk64_t> freed_;
 };
 
 // Sets or clears, in memory alone, the bits of blocks that are free on disk but held back from use.

@@ -94,11 +94,9 @@ std::string open_parts(Volume& volume)
     }
     ext2_filsys opened = nullptr;
     const int flags = EXT2_FLAG_64BITS | EXT2_FLAG_SKIP_MMP | (line.writable ? EXT2_FLAG_RW : 0);
-    // Without the library's block cache: zeroing goes past it, and a block of an extent tree that
-    // was still waiting there would be written over the zeros, once the block belongs to a file's
-    // data. (Some options, not none: otherwise a "?" in the path would begin options of its own.)
+    // Empty options, not null: otherwise a "?" in the path would begin options of its own.
     const errcode_t error =
-        ext2fs_open2(line.source.c_str(), "cache=off", flags, 0, 0, unix_io_manager, &opened);
+        ext2fs_open2(line.source.c_str(), "", flags, 0, 0, unix_io_manager, &opened);
     volume.fs.reset(opened);
     if (error != 0) return explain_open_error(error, line.source);
     std::memcpy(volume.uuid.data(), volume.fs->super->s_uuid, volume.uuid.size());
