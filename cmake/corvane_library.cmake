@@ -19,15 +19,14 @@ foreach(module ${CORVANE_MODULES})
     target_sources(corvane_shared PRIVATE $<TARGET_OBJECTS:${module}>)
 endforeach()
 
-if(EXISTS ${PROJECT_SOURCE_DIR}/mdcmain/main.cpp)
-    add_executable(corvaned ${PROJECT_SOURCE_DIR}/mdcmain/main.cpp)
-    target_link_libraries(corvaned PRIVATE corvane_static)
-    # Plug-ins find the log here, and nothing else of ours.
-    set(daemon_exports ${PROJECT_SOURCE_DIR}/cmake/corvaned_exports.list)
-    target_link_options(corvaned PRIVATE ${CORVANE_STATIC_RUNTIME} -Wl,--dynamic-list=${daemon_exports})
-    set_target_properties(corvaned PROPERTIES LINK_DEPENDS ${daemon_exports})
-    install(TARGETS corvaned RUNTIME DESTINATION bin COMPONENT corvane)
-endif()
+add_executable(corvaned ${PROJECT_SOURCE_DIR}/mdcmain/main.cpp)
+target_link_libraries(corvaned PRIVATE corvane_static)
+# Plug-ins find the log here, and nothing else of ours.
+set(daemon_exports ${PROJECT_SOURCE_DIR}/cmake/corvaned_exports.list)
+target_link_options(corvaned PRIVATE ${CORVANE_STATIC_RUNTIME} -Wl,--dynamic-list=${daemon_exports})
+set_target_properties(corvaned PROPERTIES LINK_DEPENDS ${daemon_exports})
+install(TARGETS corvaned RUNTIME DESTINATION bin COMPONENT corvane)
+
 # Other programs link from sdk: the daemon takes every library in lib for a plug-in.
 install(TARGETS corvane_shared corvane_static
     LIBRARY DESTINATION sdk COMPONENT libcorvane-dev ARCHIVE DESTINATION sdk COMPONENT libcorvane-dev)
