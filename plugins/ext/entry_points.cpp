@@ -3,12 +3,12 @@
 #include <new>
 
 #include "fsmdc/fs_plugin.h"
-#include "plugins/ext/log.hpp"
 #include "plugins/ext/registry.hpp"
 
 namespace {
 
 using namespace corvane::ext;
+using corvane::plugin::split_path;
 
 constexpr std::int32_t kInterfaceVersion = 1;
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "fsmdc/fs_result.h"
+#include "plugins/common/runs.hpp"
 
 namespace corvane::ext {
 
@@ -47,11 +48,7 @@ inline std::uint32_t to_result(errcode_t error) noexcept
     }
 }
 
-// Blocks that `bytes` take, the last one counted whole.
-constexpr std::uint64_t blocks_of(std::uint64_t bytes, std::uint64_t block_bytes) noexcept
-{
-    return bytes / block_bytes + (bytes % block_bytes != 0 ? 1 : 0);
-}
+using plugin::blocks_of;
 
 }  // namespace corvane::ext
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "fsmdc/fs_plugin.h"
-#include "plugins/ext/map_record.hpp"
+#include "plugins/common/map_record.hpp"
 #include "plugins/ext/volume.hpp"
 
 namespace corvane::ext {
@@ -141,8 +141,8 @@ std::uint32_t map_file(Volume& volume, FileId id, const MapRequest& request, voi
     const std::uint64_t end = std::max(
         first,
         std::min(asked_end(request, block_bytes), map_end(*layout, prepared, file, block_bytes)));
-    const MapSource source{*layout, prepared, block_bytes, file.size_bytes()};
-    result = write_map_record(source, first, end, record, room_bytes);
+    const plugin::MapSource source{*layout, prepared, block_bytes, file.size_bytes()};
+    result = plugin::write_map_record(source, first, end, record, room_bytes);
     if (result == FS_E_SUCCESS || result == FS_E_PARTIAL) note_lock(volume, id, request, layout);
     return result;
 }

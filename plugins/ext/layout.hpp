@@ -6,32 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "plugins/common/runs.hpp"
 #include "plugins/ext/ext_handles.hpp"
 
 namespace corvane::ext {
 
-// Consecutive blocks of a file that lie in consecutive blocks of the volume.
-struct Run {
-    std::uint64_t logical = 0;   // first block in the file
-    std::uint64_t physical = 0;  // first block on the volume
-    std::uint64_t count = 0;
-    bool is_unwritten = false;  // reads as zeros, whatever the blocks hold
-
-    [[nodiscard]] std::uint64_t end() const noexcept { return logical + count; }
-};
-
-// A range of block numbers: a file's or the volume's, as its owner says.
-struct BlockRange {
-    std::uint64_t first = 0;
-    std::uint64_t count = 0;
-
-    [[nodiscard]] std::uint64_t end() const noexcept { return first + count; }
-};
-
-struct Layout {
-    std::vector<Run> runs;  // ascending, disjoint, neighbours joined
-    std::uint64_t block_count = 0;
-};
+using plugin::BlockRange;
+using plugin::Layout;
+using plugin::Run;
 
 // Where the volume keeps its own records: superblocks, descriptors, bitmaps, inode tables, journal.
 // A file that claims such a block is damaged, and no client may ever write there.

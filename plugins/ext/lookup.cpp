@@ -122,7 +122,7 @@ private:
             push_names(names);
             return FS_E_SUCCESS;
         }
-        const auto below = match_mount_point(names, volume_.line.mount_names);
+        const auto below = plugin::match_mount_point(names, volume_.line.mount_names);
         if (!below) return FS_E_BAD_PATH;
         push_names(std::span(names).subspan(*below));
         path_.clear();

@@ -1,14 +1,19 @@
 // Loads the list of volumes and looks volumes up.
 #include "plugins/ext/registry.hpp"
 
-#include "plugins/ext/log.hpp"
+namespace corvane {
 
-namespace corvane::ext {
+const char* const plugin::kPluginName = "ext";
+
+namespace ext {
 
 std::shared_ptr<const Registry> Registry::load()
 {
     auto registry = std::make_shared<Registry>();
-    for (const VolumeLine& line : read_volumes_file(volumes_file_path())) registry->add(line);
+    const plugin::LineKind kind{"ext", /*has_source=*/true};
+    for (const VolumeLine& line : plugin::read_volumes_file(plugin::volumes_file_path(), kind)) {
+        registry->add(line);
+    }
     return registry;
 }
 
@@ -37,7 +42,7 @@ Volume* Registry::find(std::span<const PathName> names, std::span<const PathName
     Volume* found = nullptr;
     std::size_t found_names = 0;
     for (const auto& volume : volumes_) {
-        const auto matched = match_mount_point(names, volume->line.mount_names);
+        const auto matched = plugin::match_mount_point(names, volume->line.mount_names);
         if (!matched || *matched <= found_names) continue;
         found = volume.get();
         found_names = *matched;
@@ -54,4 +59,5 @@ Volume* Registry::find(const Uuid& uuid) const
     return nullptr;
 }
 
-}  // namespace corvane::ext
+}  // namespace ext
+}  // namespace corvane

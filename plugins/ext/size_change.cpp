@@ -5,7 +5,7 @@
 #include <climits>
 #include <ctime>
 
-#include "plugins/ext/block_ranges.hpp"
+#include "plugins/common/block_ranges.hpp"
 #include "plugins/ext/extent_tree.hpp"
 #include "plugins/ext/volume_change.hpp"
 

@@ -1,7 +1,7 @@
 // Allocates: finds free blocks, zeroes them, and hangs them into the file.
 #include <algorithm>
 
-#include "plugins/ext/block_ranges.hpp"
+#include "plugins/common/block_ranges.hpp"
 #include "plugins/ext/extent_tree.hpp"
 #include "plugins/ext/size_change.hpp"
 

@@ -9,16 +9,21 @@
 #include <span>
 #include <string>
 
+#include "plugins/common/log.hpp"
+#include "plugins/common/path_text.hpp"
+#include "plugins/common/volumes_file.hpp"
 #include "plugins/ext/cookies.hpp"
 #include "plugins/ext/ext_handles.hpp"
 #include "plugins/ext/file_locks.hpp"
 #include "plugins/ext/layout.hpp"
 #include "plugins/ext/name_cache.hpp"
-#include "plugins/ext/path_text.hpp"
 #include "plugins/ext/source.hpp"
-#include "plugins/ext/volumes_file.hpp"
 
 namespace corvane::ext {
+
+using plugin::log_line;
+using plugin::PathName;
+using plugin::VolumeLine;
 
 struct Volume {
     VolumeLine line;

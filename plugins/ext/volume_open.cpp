@@ -3,7 +3,6 @@
 
 #include <cstring>
 
-#include "plugins/ext/log.hpp"
 #include "plugins/ext/volume.hpp"
 
 namespace corvane::ext {

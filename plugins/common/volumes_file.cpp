@@ -1,5 +1,5 @@
 // Reads volumes.conf: mount point, kind, source and options of each volume, one a line.
-#include "plugins/ext/volumes_file.hpp"
+#include "plugins/common/volumes_file.hpp"
 
 #include <charconv>
 #include <cstdlib>
@@ -8,9 +8,9 @@
 #include <sstream>
 #include <string_view>
 
-#include "plugins/ext/log.hpp"
+#include "plugins/common/log.hpp"
 
-namespace corvane::ext {
+namespace corvane::plugin {
 namespace {
 
 constexpr std::size_t kLineLimit_bytes = 8192;
@@ -102,27 +102,38 @@ std::vector<std::string> split_fields(const std::string& text)
     return fields;
 }
 
-std::string read_fields(const std::vector<std::string>& fields, VolumeLine& line)
+std::string usage(const LineKind& kind)
 {
-    if (fields.size() < 3) return "expected: MOUNTPOINT ext SOURCE [OPTIONS]";
-    if (fields.size() > 4) return "more than four fields (write a blank in a path as \\040)";
+    return "MOUNTPOINT " + kind.name + (kind.has_source ? " SOURCE" : "");
+}
+
+std::string read_fields(const std::vector<std::string>& fields, const LineKind& kind,
+                        VolumeLine& line)
+{
+    const std::size_t required = kind.has_source ? 3 : 2;
+    if (fields.size() < required) return "expected: " + usage(kind) + " [OPTIONS]";
+    if (fields.size() > required + 1) {
+        return std::string("more than ") + (kind.has_source ? "four" : "three") +
+               " fields (write a blank in a path as \\040)";
+    }
     if (std::string wrong = read_mount_point(unescape(fields[0]), line); !wrong.empty()) {
         return wrong;
     }
-    line.source = unescape(fields[2]);
-    if (line.source[0] != '/') return "the source must be an absolute path";
-    return fields.size() == 4 ? read_options(fields[3], line) : std::string{};
+    if (kind.has_source) line.source = unescape(fields[2]);
+    if (kind.has_source && line.source[0] != '/') return "the source must be an absolute path";
+    return fields.size() > required ? read_options(fields[required], line) : std::string{};
 }
 
-std::optional<VolumeLine> read_line(const std::string& text, const std::string& where)
+std::optional<VolumeLine> read_line(const std::string& text, const std::string& where,
+                                    const LineKind& kind)
 {
     const auto fields = split_fields(text);
     if (fields.empty()) return std::nullopt;
-    if (fields.size() > 1 && fields[1] != "ext") return std::nullopt;
+    if (fields.size() > 1 && fields[1] != kind.name) return std::nullopt;
     VolumeLine line;
     line.where = where;
     std::string wrong =
-        text.size() > kLineLimit_bytes ? "the line is too long" : read_fields(fields, line);
+        text.size() > kLineLimit_bytes ? "the line is too long" : read_fields(fields, kind, line);
     if (!wrong.empty()) {
         log_line(where + ": " + wrong + "; this line is left out");
         return std::nullopt;
@@ -146,20 +157,20 @@ std::string volumes_file_path()
     return path != nullptr && path[0] != '\0' ? path : "/usr/Corvane/volumes.conf";
 }
 
-std::vector<VolumeLine> read_volumes_file(const std::string& path)
+std::vector<VolumeLine> read_volumes_file(const std::string& path, const LineKind& kind)
 {
     std::vector<VolumeLine> volumes;
     std::ifstream file(path);
     if (!file) {
-        log_line(path +
-                 ": cannot be read; no ext volume is served. List the volumes there, one a "
-                 "line: MOUNTPOINT ext SOURCE [ro|rw,maxread=S,maxwrite=S]");
+        log_line(path + ": cannot be read; no " + kind.name +
+                 " volume is served. List the volumes there, one a line: " + usage(kind) +
+                 " [ro|rw,maxread=S,maxwrite=S]");
         return volumes;
     }
     std::size_t number = 0;
     for (std::string text; std::getline(file, text);) {
         const std::string where = path + ":" + std::to_string(++number);
-        auto line = read_line(text, where);
+        auto line = read_line(text, where, kind);
         if (!line) continue;
         bool is_new = true;
         for (const auto& other : volumes) {
@@ -173,4 +184,4 @@ std::vector<VolumeLine> read_volumes_file(const std::string& path)
     return volumes;
 }
 
-}  // namespace corvane::ext
+}  // namespace corvane::plugin

@@ -1,6 +1,6 @@
 // Paths as the daemon hands them over (FSUNI units) and as the disk holds them (bytes, UTF-8).
-#ifndef CORVANE_PLUGINS_EXT_PATH_TEXT_HPP
-#define CORVANE_PLUGINS_EXT_PATH_TEXT_HPP
+#ifndef CORVANE_PLUGINS_COMMON_PATH_TEXT_HPP
+#define CORVANE_PLUGINS_COMMON_PATH_TEXT_HPP
 
 #include <optional>
 #include <span>
@@ -9,7 +9,7 @@
 
 #include "osl/types.h"
 
-namespace corvane::ext {
+namespace corvane::plugin {
 
 // One name of a path in the two readings it may have. The daemon widens the bytes of a mount point
 // one by one and with their sign, so byte 0xC3 arrives as unit 0xFFC3; what a client sent is
@@ -32,6 +32,6 @@ std::optional<std::vector<PathName>> split_path(const FSUNI* path);
 std::optional<std::size_t> match_mount_point(std::span<const PathName> path,
                                              std::span<const std::string> mount_names);
 
-}  // namespace corvane::ext
+}  // namespace corvane::plugin
 
 #endif

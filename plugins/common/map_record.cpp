@@ -1,6 +1,6 @@
 // Turns a checked layout into verbose extents: data, holes and unwritten blocks, joined where they
 // meet.
-#include "plugins/ext/map_record.hpp"
+#include "plugins/common/map_record.hpp"
 
 #include <algorithm>
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 #include "fsmdc/fs_result.h"
 
-namespace corvane::ext {
+namespace corvane::plugin {
 namespace {
 
 static_assert(sizeof(MapInfo) == 64 && sizeof(VerboseExtent) == 32, "layout");
@@ -18,11 +18,13 @@ struct Piece {
     std::uint64_t physical = 0;  // 0 for a hole
     std::uint64_t count = 0;
     std::int32_t validity = FS_VALIDITY_DATA;
+    std::uint32_t disk = 0;
 
     [[nodiscard]] bool is_followed_by(const Piece& next) const noexcept
     {
         const bool is_hole = validity == FS_VALIDITY_HOLE;
-        return validity == next.validity && (is_hole || physical + count == next.physical);
+        return validity == next.validity &&
+               (is_hole || (disk == next.disk && physical + count == next.physical));
     }
 };
 
@@ -56,7 +58,7 @@ public:
             return static_cast<std::int64_t>(blocks * block_bytes_);
         };
         const VerboseExtent extent{bytes(last_.logical), bytes(last_.physical), bytes(last_.count),
-                                   0, last_.validity};
+                                   static_cast<std::int32_t>(last_.disk), last_.validity};
         std::memcpy(at_, &extent, sizeof extent);
         at_ += sizeof extent;
         ++written_;
@@ -86,11 +88,11 @@ public:
             [](std::uint64_t wanted, const Run& run) { return wanted < run.logical; });
         if (next == runs.begin() || (next - 1)->end() <= block) {
             const std::uint64_t stop = next == runs.end() ? end : std::min(end, next->logical);
-            return {block, 0, stop - block, FS_VALIDITY_HOLE};
+            return {block, 0, stop - block, FS_VALIDITY_HOLE, 0};
         }
         const Run& run = *(next - 1);
         Piece piece{block, run.physical + (block - run.logical), std::min(end, run.end()) - block,
-                    FS_VALIDITY_DATA};
+                    FS_VALIDITY_DATA, run.disk};
         if (run.is_unwritten) judge_unwritten(piece);
         return piece;
     }
@@ -149,4 +151,4 @@ std::uint32_t write_map_record(const MapSource& source, std::uint64_t first, std
     return block < end ? FS_E_PARTIAL : FS_E_SUCCESS;
 }
 
-}  // namespace corvane::ext
+}  // namespace corvane::plugin

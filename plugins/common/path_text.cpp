@@ -1,10 +1,10 @@
 // Reads FSUNI paths: UTF-16 into UTF-8, and sign-widened bytes back into bytes.
-#include "plugins/ext/path_text.hpp"
+#include "plugins/common/path_text.hpp"
 
 #include <cstdint>
 #include <cstring>
 
-namespace corvane::ext {
+namespace corvane::plugin {
 namespace {
 
 constexpr std::size_t kPathLimit_units = 4096;
@@ -105,4 +105,4 @@ std::optional<std::size_t> match_mount_point(std::span<const PathName> path,
     return mount_names.size();
 }
 
-}  // namespace corvane::ext
+}  // namespace corvane::plugin

@@ -1,14 +1,14 @@
 // Writes map records: extents one by one into a buffer that ends when it ends.
-#ifndef CORVANE_PLUGINS_EXT_MAP_RECORD_HPP
-#define CORVANE_PLUGINS_EXT_MAP_RECORD_HPP
+#ifndef CORVANE_PLUGINS_COMMON_MAP_RECORD_HPP
+#define CORVANE_PLUGINS_COMMON_MAP_RECORD_HPP
 
 #include <cstdint>
 #include <span>
 
 #include "fsmdc/records.h"
-#include "plugins/ext/layout.hpp"
+#include "plugins/common/runs.hpp"
 
-namespace corvane::ext {
+namespace corvane::plugin {
 
 // What a map record says about one file, in blocks but for the size.
 struct MapSource {
@@ -25,6 +25,6 @@ struct MapSource {
 std::uint32_t write_map_record(const MapSource& source, std::uint64_t first, std::uint64_t end,
                                void* record, std::uint32_t& room_bytes);
 
-}  // namespace corvane::ext
+}  // namespace corvane::plugin
 
 #endif

@@ -1,14 +1,14 @@
 // Sums and cuts of block ranges.
-#ifndef CORVANE_PLUGINS_EXT_BLOCK_RANGES_HPP
-#define CORVANE_PLUGINS_EXT_BLOCK_RANGES_HPP
+#ifndef CORVANE_PLUGINS_COMMON_BLOCK_RANGES_HPP
+#define CORVANE_PLUGINS_COMMON_BLOCK_RANGES_HPP
 
 #include <algorithm>
 #include <cstdint>
 #include <vector>
 
-#include "plugins/ext/layout.hpp"
+#include "plugins/common/runs.hpp"
 
-namespace corvane::ext {
+namespace corvane::plugin {
 
 // Adds a range to an ascending list and joins what meets.
 inline void add_range(std::vector<BlockRange>& ranges, BlockRange added)
@@ -65,6 +65,6 @@ inline std::vector<BlockRange> ranges_of(const std::vector<Run>& runs, bool only
     return ranges;
 }
 
-}  // namespace corvane::ext
+}  // namespace corvane::plugin
 
 #endif

@@ -1,11 +1,11 @@
 // Finds the host's log function once and writes every line of the plug-in through it.
-#include "plugins/ext/log.hpp"
+#include "plugins/common/log.hpp"
 
 #include <dlfcn.h>
 
 #include <cstdio>
 
-namespace corvane::ext {
+namespace corvane::plugin {
 namespace {
 
 using HostLog = void (*)(const char* format, ...);
@@ -22,10 +22,10 @@ void log_line(const std::string& text) noexcept
 {
     static const HostLog host_log = find_host_log();
     if (host_log != nullptr) {
-        host_log("ext: %s\n", text.c_str());
+        host_log("%s: %s\n", kPluginName, text.c_str());
     } else {
-        std::fprintf(stderr, "ext: %s\n", text.c_str());
+        std::fprintf(stderr, "%s: %s\n", kPluginName, text.c_str());
     }
 }
 
-}  // namespace corvane::ext
+}  // namespace corvane::plugin
