@@ -3,16 +3,14 @@
 #define CORVANE_CLIENT_EXCHANGE_HPP
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <string>
 
+#include "client/clock.hpp"
 #include "client/reply.hpp"
 #include "client/request.hpp"
 
 namespace corvane {
-
-using Clock = std::chrono::steady_clock;
 
 struct Endpoint {
     std::string host = "127.0.0.1";

@@ -17,16 +17,23 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// How long before the end no transfer begins any more: time for the one under way.
-milliseconds margin(milliseconds granted)
+// The least margin: how long before the end no transfer begins any more, however short they are.
+milliseconds least_margin(milliseconds granted)
 {
     return std::min<milliseconds>(granted / 4, seconds(5));
 }
 
-// The part of a lease after which it is renewed.
+// The part of a lease after which it is renewed: early enough for a second attempt before transfers
+// have to stop.
 milliseconds renewal_delay(milliseconds granted)
 {
-    return granted / 2;
+    return granted / 3;
+}
+
+// How long one renewal is waited for; whole seconds are what the transport counts in.
+std::int32_t renewal_timeout_s(milliseconds granted)
+{
+    return granted >= seconds(12) ? 2 : 1;
 }
 
 // Closing must not keep a user waiting who has already asked to stop.
@@ -62,19 +69,52 @@ void Lease::close_quietly() noexcept
     }
 }
 
-// The last moment at which a transfer may begin; the caller holds the mutex.
+// Time for the transfer under way: as long as the longest one so far, and some more. The caller
+// holds the mutex, as for the two below.
+Clock::duration Lease::margin() const
+{
+    return least_margin(granted_) + longest_transfer_;
+}
+
+// The last moment at which a transfer may begin.
 Clock::time_point Lease::last_start() const
 {
-    return asked_at_ + granted_ - margin(granted_);
+    return asked_at_ + granted_ - margin();
+}
+
+void Lease::fail_ended(const std::string& what) const
+{
+    std::string why = what;
+    if (!last_failure_.empty()) {
+        why += " (" + last_failure_ + ")";
+    } else if (longest_transfer_ > granted_ / 2) {
+        const auto ms = std::chrono::duration_cast<milliseconds>(longest_transfer_).count();
+        why += " (one transfer took " + std::to_string(ms) + " ms of a lease of " +
+               std::to_string(granted_.count()) + ")";
+    }
+    throw Failure(kLeaseEnded, why + "; run the command again once the controller answers");
 }
 
 void Lease::check() const
 {
     const std::scoped_lock lock(mutex_);
     if (!is_gone_ && Clock::now() < last_start()) return;
-    std::string why = "the lease on the file ended";
-    if (!last_failure_.empty()) why += " (" + last_failure_ + ")";
-    throw Failure(kLeaseEnded, why + "; run the command again once the controller answers");
+    fail_ended("the lease on the file ended");
+}
+
+Clock::duration Lease::transfer_budget() const
+{
+    const std::scoped_lock lock(mutex_);
+    return least_margin(granted_) / 4;
+}
+
+void Lease::end_transfer(Clock::time_point began)
+{
+    const std::scoped_lock lock(mutex_);
+    const auto now = Clock::now();
+    longest_transfer_ = std::max(longest_transfer_, now - began);
+    if (!is_gone_ && now < asked_at_ + granted_) return;
+    fail_ended("the lease on the file ended during a transfer");
 }
 
 void Lease::adopt(std::int32_t granted_ms, Clock::time_point asked_at)
@@ -97,8 +137,8 @@ void Lease::set_probe_bytes(std::int64_t bytes)
     probe_bytes_ = std::min(bytes, kLongestRangeBytes);
 }
 
-// The keeper thread: sleeps until half of the lease has passed, renews, and tries again while there
-// is anything left to save.
+// The keeper thread: sleeps until a third of the lease has passed, renews, and tries again while
+// there is anything left to save.
 void Lease::keep()
 {
     // Signals are for the caller's threads: they end its blocking calls.
@@ -130,16 +170,15 @@ void Lease::renew()
     arguments.lease_ms = kWantedLeaseMs;
     std::string failure;
     bool is_gone = false;
+    std::int32_t timeout_s = exchange_.endpoint().timeout_s;
     const auto asked_at = Clock::now();
     try {
         {
             const std::scoped_lock lock(mutex_);
             arguments.length = probe_bytes_;
+            timeout_s = std::min(timeout_s, renewal_timeout_s(granted_));
         }
-        constexpr std::int32_t kRenewalTimeoutSeconds = 2;
-        Reply reply = exchange_.ask_within(
-            extended_map_request(arguments),
-            std::min(exchange_.endpoint().timeout_s, kRenewalTimeoutSeconds), /*tries=*/1);
+        Reply reply = exchange_.ask_within(extended_map_request(arguments), timeout_s, /*tries=*/1);
         const std::uint32_t code = reply.code();
         if (code == 0) {
             adopt(static_cast<std::int32_t>(reply.word(offsetof(GetExtendedMapReply, lease))),

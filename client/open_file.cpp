@@ -148,13 +148,17 @@ void OpenFile::allocate(std::int64_t bytes, bool lacks_blocks)
 {
     const std::int64_t size_before = first_map_.file_size;
     const std::int64_t allocation_before = first_map_.allocation;
-    const std::int64_t range = kLongestRangeBytes - kLongestRangeBytes % volume_.block_bytes;
+    const std::int64_t block_bytes = volume_.block_bytes;
+    const std::int64_t last_block_bytes = (block_bytes - bytes % block_bytes) % block_bytes;
+    const std::int64_t range = kLongestRangeBytes - kLongestRangeBytes % block_bytes;
     has_allocated_ = true;  // until the answer says otherwise: it may get lost
-    first_map_ = ask_map({0, std::max<std::int64_t>(range, volume_.block_bytes)}, bytes);
-    has_allocated_ = lacks_blocks || first_map_.allocation != allocation_before;
-    if (first_map_.file_size != size_before) {
+    first_map_ = ask_map({0, std::max(range, block_bytes)}, bytes);
+    has_allocated_ = lacks_blocks || first_map_.allocation != allocation_before ||
+                     first_map_.file_size != size_before;
+    if (first_map_.file_size < size_before ||
+        first_map_.file_size - last_block_bytes > std::max(size_before, bytes)) {
         throw Failure(kBadReply,
-                      "the file's size changed with its allocation; look into the "
+                      "the file's size changed by more than its allocation; look into the "
                       "controller's log");
     }
 }

@@ -39,8 +39,9 @@ public:
     // All extents of [0, end), holes included, adjacent ones joined. Bounded in number.
     [[nodiscard]] std::vector<Extent> whole_map(std::int64_t end);
 
-    // Asks for blocks up to `bytes`, the size unchanged; earlier maps are void. Where none lack
-    // this only asks for leave to write.
+    // Asks for blocks up to `bytes`; earlier maps are void. Where none lack this only asks for
+    // leave to write. A controller may make the file as long as its blocks until the close names a
+    // size.
     void allocate(std::int64_t bytes, bool lacks_blocks);
 
     // True once blocks were asked for, whether or not they came.
@@ -51,6 +52,10 @@ public:
 
     // Throws Failure when the lease may end before another transfer does.
     void check_lease() const { lease_->check(); }
+
+    // How long a transfer may take, and what to call after each with when it began; see Lease.
+    [[nodiscard]] Clock::duration transfer_budget() const { return lease_->transfer_budget(); }
+    void end_transfer(Clock::time_point began) { lease_->end_transfer(began); }
 
     // Ends the lease, with a final size or kUnchanged. Without it the destructor does, unchanged.
     void close(std::int64_t final_size = kUnchanged) { lease_->close(final_size); }

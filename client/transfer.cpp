@@ -4,13 +4,12 @@
 #include <algorithm>
 
 #include "client/failure.hpp"
+#include "client/pace.hpp"
 
 namespace corvane {
 namespace {
 
-// One transfer: large enough for the disk to stream, small enough to end well within a lease.
-constexpr std::int64_t kChunkBytes = 4 << 20;
-static_assert(kChunkBytes % kLargestBlockBytes == 0, "a chunk is whole blocks");
+static_assert(kLongestStepBytes % kLargestBlockBytes == 0, "a step is whole blocks");
 
 // One step through bytes that no disk is asked for.
 constexpr std::int64_t kZerosStepBytes = 64 << 20;
@@ -70,13 +69,31 @@ struct Transfer {
     OpenFile& file;
     const TransferOptions& options;
     DiskSet disks;
-    AlignedBuffer buffer{static_cast<std::size_t>(kChunkBytes)};
+    AlignedBuffer buffer{static_cast<std::size_t>(kLongestStepBytes)};
+    Pace pace{file.volume().block_bytes};
 
     // Before each step: may it begin?
     void check() const
     {
         exchange.throw_if_stopped();
         file.check_lease();
+    }
+
+    [[nodiscard]] std::int64_t step_bytes() const
+    {
+        return pace.step_bytes(file.transfer_budget());
+    }
+
+    // Runs one transfer of a disk, if it may begin, and makes sure that the lease outlasted it. It
+    // counts from before the check: a host may stand still at any point of this.
+    template <class Move>
+    void run(std::int64_t bytes, Move move)
+    {
+        const auto began = Clock::now();
+        check();
+        move();
+        pace.took(bytes, Clock::now() - began);
+        file.end_transfer(began);
     }
 };
 
@@ -88,16 +105,17 @@ void read_blocks(Transfer& transfer, const Extent& extent, std::int64_t at, std:
     const std::int64_t block_bytes = transfer.file.volume().block_bytes;
     const std::int64_t whole = (count + block_bytes - 1) / block_bytes * block_bytes;
     const auto bytes = transfer.buffer.bytes().first(static_cast<std::size_t>(whole));
-    transfer.disks.of(extent).read(transfer.disks.place(extent, at), bytes);
+    transfer.run(whole,
+                 [&] { transfer.disks.of(extent).read(transfer.disks.place(extent, at), bytes); });
     sink.write(bytes.first(static_cast<std::size_t>(count)));
 }
 
 void read_extent(Transfer& transfer, const Extent& extent, Sink& sink, std::int64_t total)
 {
     const bool has_bytes = extent.kind == Kind::kData;
-    const std::int64_t step = has_bytes ? kChunkBytes : kZerosStepBytes;
     for (std::int64_t at = 0; at < extent.bytes;) {
         transfer.check();
+        const std::int64_t step = has_bytes ? transfer.step_bytes() : kZerosStepBytes;
         const std::int64_t count = std::min(step, extent.bytes - at);
         if (has_bytes) {
             read_blocks(transfer, extent, at, count, sink);
@@ -120,15 +138,16 @@ void write_extent(Transfer& transfer, const Extent& extent, Source& source, Writ
 {
     const std::int64_t block_bytes = transfer.file.volume().block_bytes;
     for (std::int64_t at = 0; at < extent.bytes;) {
-        const std::int64_t count = std::min(kChunkBytes, extent.bytes - at);
+        const std::int64_t count = std::min(transfer.step_bytes(), extent.bytes - at);
         const std::int64_t whole = (count + block_bytes - 1) / block_bytes * block_bytes;
         const auto bytes = transfer.buffer.bytes().first(static_cast<std::size_t>(whole));
         source.read(bytes.first(static_cast<std::size_t>(count)));
         std::ranges::fill(bytes.subspan(static_cast<std::size_t>(count)), std::byte{0});
-        transfer.check();
+        transfer.run(whole, [&] {
+            written.begun = extent.file_offset + at + count;
+            transfer.disks.of(extent).write(transfer.disks.place(extent, at), bytes);
+        });
         at += count;
-        written.begun = extent.file_offset + at;
-        transfer.disks.of(extent).write(transfer.disks.place(extent, at - count), bytes);
         written.done = written.begun;
         report(transfer.options, written.done, total);
     }

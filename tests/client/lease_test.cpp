@@ -1,7 +1,13 @@
 // Leases: renewed in time, given up when they cannot be, closed on every way out.
 #include "client/lease.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
 
 #include "client/failure.hpp"
 #include "client/open_file.hpp"
@@ -98,6 +104,104 @@ TEST(Lease, WithoutTimeIsNoLease)
 
         EXPECT_EQ(failure_code([&] { file.check_lease(); }), kLeaseEnded);
     }
+}
+
+TEST(Lease, SurvivesARenewalThatGotLost)
+{
+    Script script = file_script();
+    script.lease_ms = 6000;
+    FakeController controller(script);
+    const Exchange exchange(controller.endpoint());
+    OpenFile file(exchange, "data", "f", Intention::kRead);
+    controller.change([](Script& changed) { changed.requests_to_drop = 1; });
+
+    ASSERT_TRUE(controller.wait_for(3, 2));
+    EXPECT_NO_THROW(file.check_lease());
+}
+
+TEST(Lease, LeavesRoomForATransferAsLongAsTheLongest)
+{
+    using std::chrono::seconds;
+    Script script = file_script();
+    script.lease_ms = 3600000;
+    FakeController controller(script);
+    const Exchange exchange(controller.endpoint());
+    OpenFile file(exchange, "data", "f", Intention::kRead);
+
+    file.end_transfer(Clock::now() - seconds(1000));
+    EXPECT_NO_THROW(file.check_lease());
+    file.end_transfer(Clock::now() - seconds(3596));
+    try {
+        file.check_lease();
+        ADD_FAILURE() << "the next one may take as long";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.code(), kLeaseEnded);
+        EXPECT_NE(std::strstr(failure.what(), "one transfer took 3596"), nullptr) << failure.what();
+    }
+    file.end_transfer(Clock::now());
+    EXPECT_EQ(failure_code([&] { file.check_lease(); }), kLeaseEnded) << "once slow, always slow";
+}
+
+TEST(Lease, TransferThatItDidNotOutlastIsReported)
+{
+    Script script = file_script();
+    script.lease_ms = -1;
+    FakeController controller(script);
+    const Exchange exchange(controller.endpoint());
+    OpenFile file(exchange, "data", "f", Intention::kRead);
+
+    EXPECT_EQ(failure_code([&] { file.end_transfer(Clock::now()); }), kLeaseEnded);
+}
+
+TEST(Lease, BudgetOfATransferIsAPartOfTheMargin)
+{
+    using std::chrono::milliseconds;
+    for (const auto& [lease_ms, budget_ms] :
+         {std::pair{1600, 100}, {20000, 1250}, {60000, 1250}, {0, 0}}) {
+        Script script = file_script();
+        script.lease_ms = lease_ms;
+        FakeController controller(script);
+        const Exchange exchange(controller.endpoint());
+        const OpenFile file(exchange, "data", "f", Intention::kRead);
+
+        EXPECT_EQ(file.transfer_budget(), milliseconds(budget_ms)) << lease_ms;
+    }
+}
+
+// How far the lease clock is ahead of the one that stands still while the host sleeps, in a time
+// namespace whose host slept for `slept_s`; negative when there is none to be had.
+int seconds_ahead(int slept_s)
+{
+    const pid_t parent = fork();
+    if (parent == 0) {
+        const std::string offset = "boottime " + std::to_string(slept_s) + " 0";
+        const int file = unshare(CLONE_NEWTIME) == 0
+                             ? open("/proc/self/timens_offsets", O_WRONLY | O_CLOEXEC)
+                             : -1;
+        if (file < 0 || write(file, offset.data(), offset.size()) < 0) _exit(255);
+        const pid_t child = fork();  // the first process that lives in the namespace
+        if (child == 0) {
+            const auto ahead = Clock::now().time_since_epoch() -
+                               std::chrono::steady_clock::now().time_since_epoch();
+            _exit(static_cast<int>(ahead / std::chrono::seconds(10)));
+        }
+        int status = 0;
+        (void)waitpid(child, &status, 0);
+        _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 255);
+    }
+    int status = 0;
+    (void)waitpid(parent, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) != 255 ? WEXITSTATUS(status) * 10 : -1;
+}
+
+TEST(LeaseClock, GoesOnWhileTheHostSleeps)
+{
+    const int awake = seconds_ahead(0);
+    const int slept = seconds_ahead(1000);
+    if (awake < 0 || slept < 0)
+        GTEST_SKIP() << "no time namespaces here: not root, or no kernel support";
+
+    EXPECT_GE(slept - awake, 990);
 }
 
 TEST(Lease, IsClosedOnceByCloseOrByTheEndOfTheObject)

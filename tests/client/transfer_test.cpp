@@ -281,6 +281,28 @@ TEST(Transfer, GrowthAsksForBlocksFirst)
                 pattern(12288, 3).substr(4096));
 }
 
+// A controller whose file system keeps blocks only inside a file makes it as long as its blocks
+// until the close says how long it is.
+TEST(Transfer, FileMayBeAsLongAsItsBlocksUntilTheClose)
+{
+    for (const std::int64_t grown : {9000, 12288, 12289}) {
+        const TemporaryFile image(image_with(kSignature, kImageBytes, {}));
+        Script script = script_of(4096, {{0, 0, 4096, 0, 0}});
+        script.on_allocate = [grown](Script& changed, std::int64_t) {
+            changed.file_size = grown;
+            changed.extents = {{0, 0, 12288, 0, 0}};
+        };
+        FakeController controller(script);
+        MemorySource source(pattern(9000, 4));
+
+        const Outcome outcome = write_all(controller, image.path(), source);
+
+        const bool is_taken = grown <= 12288;
+        EXPECT_EQ(outcome.code, is_taken ? 0U : kBadReply) << outcome.what;
+        EXPECT_EQ(controller.asked(5).at(0).file_size, is_taken ? 9000 : 4096);
+    }
+}
+
 TEST(Transfer, AllocationNeverShrinks)
 {
     const TemporaryFile image(image_with(kSignature, kImageBytes, {}));
