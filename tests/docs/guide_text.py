@@ -5,7 +5,7 @@ import re
 PROMPT = re.compile(r"^(controller|client)# (.*)$")
 CONTINUED = "> "
 
-# The kinds of parts that differ from run to run. Nothing else may; blanks around a varying part may, since columns move.
+# The kinds of parts that differ from run to run. Nothing else may, but for the blanks around them, since columns move.
 VARYING = [
     ("id", r"\b[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\b|\b[0-9a-f]{32}\b"),
     ("id", r"(?<=messageID )[0-9A-F ]+"),

@@ -1,4 +1,4 @@
-"""The numbered operator messages that the product has: those of the catalogue's source, and literal ones in the code."""
+"""The numbered operator messages that the product has: those of the catalogue's source, and the code's own."""
 import dataclasses
 import re
 
@@ -44,7 +44,7 @@ def literal_messages(source):
 
 
 def loggers(source):
-    """By number: the sources that log this message of the catalogue, found by the constants that they give log_message."""
+    """By number: the sources that log this message of the catalogue, by the constants that they give log_message."""
     by_number = {}
     for name, code in sources(source):
         for constant in re.findall(r"\blog_message\((?:corvane::)?(k\w+)", code):
