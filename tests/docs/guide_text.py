@@ -6,17 +6,19 @@ PROMPT = re.compile(r"^(controller|client)# (.*)$")
 CONTINUED = "> "
 
 # The kinds of parts that differ from run to run. Nothing else may, but for the blanks around them, since columns move.
+# A group in a pattern is kept. How many requests were answered depends on how many datagrams had to be sent twice.
 VARYING = [
     ("id", r"\b[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\b|\b[0-9a-f]{32}\b"),
     ("id", r"(?<=messageID )[0-9A-F ]+"),
     ("date", r"\b\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\b|\b\d\d/\d\d\|\d\d:\d\d:\d\d\b"),
-    ("date", r"\b(Mon|Tue|Wed|Thu|Fri|Sat|Sun) \w{3} [ \d]\d \d\d:\d\d:\d\d \d{4}\b"),
+    ("date", r"\b(?:Mon|Tue|Wed|Thu|Fri|Sat|Sun) \w{3} [ \d]\d \d\d:\d\d:\d\d \d{4}\b"),
     ("date", r"(?<=modified at )\d+"),
-    ("duration", r"(?<![\d.])\d+(\.\d+)? ?(ns|us|ms|s)(?![\w/])"),
+    ("duration", r"(?<![\d.])\d+(?:\.\d+)? ?(?:ns|us|ms|s)(?![\w/])"),
     ("process", r"(?<=process )\d+|^\d+(?= corvaned: )|(?<=\[)\d+-\d+(?=\])|^\d+(?= +FTX)"),
     ("kernel", r"(?<= vm ).*(?= Max Volumes)|(?<=Shm init id )\d+"),
     ("version", r"(?<=Log version:)\S*|(?<= ver )\S+"),
     ("size of a plug-in", r"(?<=\.so, )\d+(?= bytes)"),
+    ("number of requests", r"^(other|Get\w+|SetSize|Close|  \S.* \(\d+\)) +\d+(?= |$)"),
     ("version", r"(?<=e2fsck )\d[\w.]* \(\S+\)"),
 ]
 
@@ -59,7 +61,7 @@ def normalise(line):
     """The line with its varying parts named instead of written, and blanks no wider than one where there are some."""
     plain = line.rstrip()
     for kind, pattern in VARYING:
-        plain = re.sub(pattern, f"<{kind}>", plain)
+        plain = re.sub(pattern, lambda found: f"{found[1] if found.groups() else ''} <{kind}>", plain)
     return re.sub(r" +", " ", plain) if plain != line.rstrip() else plain
 
 
