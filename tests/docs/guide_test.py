@@ -59,12 +59,14 @@ class Text(unittest.TestCase):
     def test_stated_parts_may_vary(self):
         self.assertTrue(guide_text.same(["11/21|12:02:17 answered in 0.27 ms"], ["01/02|03:04:05 answered in 11.5 s"]))
         self.assertTrue(guide_text.same(["Close         12     9 us"], ["Close   9  11.5 us"]))
+        self.assertTrue(guide_text.same(["63 FTX1470I Plug-in"], ["67 FTX1470I Plug-in"]))
         self.assertTrue(guide_text.same(["corvaned, process 7,"], ["corvaned, process 12345,"]))
 
     def test_all_else_may_not(self):
         self.assertFalse(guide_text.same(["Close 12    9 us"], ["SetSize 12    9 us"]))
         self.assertFalse(guide_text.same(["leases granted 11"], ["leases granted 12"]))
         self.assertFalse(guide_text.same(["a"], ["a", "b"]))
+        self.assertFalse(guide_text.same(["63 bytes"], ["67 bytes"]))
         self.assertFalse(guide_text.same(["a  b"], ["a b"]))
         self.assertFalse(guide_text.same(["answered in 0.27 ms"], ["answered in 0.27 ms, twice"]))
 

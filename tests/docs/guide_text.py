@@ -14,7 +14,7 @@ VARYING = [
     ("date", r"\b(?:Mon|Tue|Wed|Thu|Fri|Sat|Sun) \w{3} [ \d]\d \d\d:\d\d:\d\d \d{4}\b"),
     ("date", r"(?<=modified at )\d+"),
     ("duration", r"(?<![\d.])\d+(?:\.\d+)? ?(?:ns|us|ms|s)(?![\w/])"),
-    ("process", r"(?<=process )\d+|^\d+(?= corvaned: )|(?<=\[)\d+-\d+(?=\])|^\d+(?= +FTX)"),
+    ("process", r"(?<=process )\d+|(?<=\[)\d+-\d+(?=\])|^\d+(?= (?:corvaned|OSL_\w+|parseSmbConfFile|FTX\d+\w)\b)"),
     ("kernel", r"(?<= vm ).*(?= Max Volumes)|(?<=Shm init id )\d+"),
     ("version", r"(?<=Log version:)\S*|(?<= ver )\S+"),
     ("size of a plug-in", r"(?<=\.so, )\d+(?= bytes)"),
