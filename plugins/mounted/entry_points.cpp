@@ -1,0 +1,174 @@
+// The plug-in's exported functions: check what came in, find the volume, hand on.
+#include <mutex>
+#include <new>
+
+#include "fsmdc/fs_plugin.h"
+#include "plugins/mounted/kernel_lease.hpp"
+#include "plugins/mounted/registry.hpp"
+#include "plugins/mounted/worker.hpp"
+
+namespace {
+
+using namespace corvane::mounted;
+using corvane::plugin::split_path;
+
+constexpr std::int32_t kInterfaceVersion = 1;
+
+// The volumes of the last FS_Init; calls in progress keep theirs alive.
+std::mutex g_registry_mutex;
+std::shared_ptr<const Registry> g_registry;
+
+std::shared_ptr<const Registry> registry()
+{
+    const std::scoped_lock guard(g_registry_mutex);
+    return g_registry;
+}
+
+// Runs `body` for a C caller: whatever it throws becomes a result code.
+template <class Body>
+std::uint32_t answer(Body body) noexcept
+{
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        return FS_E_OUT_OF_MEMORY;
+    } catch (...) {
+        return FS_E_MISC_ERROR;
+    }
+}
+
+// Runs `body(volume)` for the volume of a cookie.
+template <class Body>
+std::uint32_t with_volume(const void* volume_cookie, Body body) noexcept
+{
+    return answer([&]() -> std::uint32_t {
+        const auto volumes = registry();
+        const auto uuid =
+            volume_cookie != nullptr ? read_volume_cookie(volume_cookie) : std::nullopt;
+        const Volume* const volume = volumes != nullptr && uuid ? volumes->find(*uuid) : nullptr;
+        return volume != nullptr ? body(*volume) : FS_E_BAD_COOKIE;
+    });
+}
+
+// Runs `body(volume, file)` for a pair of cookies.
+template <class Body>
+std::uint32_t with_file(const void* volume_cookie, const void* file_cookie, Body body) noexcept
+{
+    return with_volume(volume_cookie, [&](const Volume& volume) -> std::uint32_t {
+        const auto file =
+            file_cookie != nullptr ? read_file_cookie(volume.uuid(), file_cookie) : std::nullopt;
+        return file ? body(volume, *file) : FS_E_BAD_FILE;
+    });
+}
+
+// Runs `body(volume, names below its mount point)` for a path.
+template <class Body>
+std::uint32_t with_path(const FSUNI* path, Body body) noexcept
+{
+    return answer([&]() -> std::uint32_t {
+        const auto volumes = registry();
+        const auto names = split_path(path);
+        if (!names) return FS_E_BAD_PATH;
+        std::span<const PathName> below;
+        const Volume* const volume = volumes != nullptr ? volumes->find(*names, below) : nullptr;
+        return volume != nullptr ? body(*volume, below) : FS_E_WRONG_FS;
+    });
+}
+
+}  // namespace
+
+std::uint32_t FS_Init()
+{
+    return answer([]() -> std::uint32_t {
+        {
+            // What an earlier call's volumes have lent comes back first.
+            const auto earlier = registry();
+            if (earlier != nullptr) earlier->settle_all();
+        }
+        if (!start_lease_thread()) return FS_E_MISC_ERROR;
+        start_worker();
+        auto loaded = Registry::load();
+        const std::scoped_lock guard(g_registry_mutex);
+        g_registry = std::move(loaded);
+        return FS_E_SUCCESS;
+    });
+}
+
+std::int32_t FS_GetVersion()
+{
+    return kInterfaceVersion;
+}
+
+std::uint32_t FS_GetVolCookie(const FSUNI* mount_point, void* volume_cookie)
+{
+    if (volume_cookie == nullptr) return FS_E_BAD_COOKIE;
+    return with_path(mount_point, [&](const Volume& volume, std::span<const PathName> below) {
+        // A share may begin in a directory of the volume.
+        const std::uint32_t result = find_directory(volume, below);
+        if (result == FS_E_SUCCESS) write_volume_cookie(volume.uuid(), volume_cookie);
+        return result;
+    });
+}
+
+std::uint32_t FS_GetVolByCookie(const void* volume_cookie, void* record, std::uint32_t* room_bytes)
+{
+    if (record == nullptr || room_bytes == nullptr) return FS_E_MISC_ERROR;
+    return with_volume(volume_cookie, [&](const Volume& volume) {
+        return describe_volume(volume, record, *room_bytes);
+    });
+}
+
+std::uint32_t FS_GetCookies(const FSUNI* path, void* volume_cookie, void* file_cookie)
+{
+    if (volume_cookie == nullptr || file_cookie == nullptr) return FS_E_BAD_COOKIE;
+    return with_path(path, [&](const Volume& volume, std::span<const PathName> below) {
+        FileId file;
+        const std::uint32_t result = find_file(volume, below, file);
+        if (result == FS_E_SUCCESS) {
+            write_volume_cookie(volume.uuid(), volume_cookie);
+            write_file_cookie(volume.uuid(), file, file_cookie);
+        }
+        return result;
+    });
+}
+
+std::uint32_t FS_GetLockedMap(const void* volume_cookie, const void* file_cookie,
+                              std::int64_t start, std::int64_t length, std::int32_t flag,
+                              void* record, std::uint32_t* room_bytes)
+{
+    if (record == nullptr || room_bytes == nullptr) return FS_E_MISC_ERROR;
+    return with_file(volume_cookie, file_cookie, [&](const Volume& volume, const FileId& file) {
+        return volume.files.map(volume, file, {start, length, flag}, record, *room_bytes);
+    });
+}
+
+std::uint32_t FS_UnlockMap(const void* volume_cookie, const void* file_cookie)
+{
+    return with_file(
+        volume_cookie, file_cookie, [](const Volume& volume, const FileId& file) -> std::uint32_t {
+            if (!volume.files.unlock(file)) return FS_E_NOT_LOCKED;
+            // The volume lives as long as the volumes that it is one of.
+            queue_work([volumes = registry(), &volume, file] { volume.files.settle(file); });
+            return FS_E_SUCCESS;
+        });
+}
+
+std::uint32_t FS_SetFileSizes(const void* volume_cookie, const void* file_cookie,
+                              std::int32_t /*unused*/, std::int64_t file_size,
+                              std::int64_t allocation_size, std::int64_t /*reserved*/)
+{
+    return with_file(volume_cookie, file_cookie, [&](const Volume& volume, const FileId& file) {
+        return volume.files.set_sizes(volume, file, {file_size, allocation_size, 0});
+    });
+}
+
+std::uint32_t FS_GetMaxLeases(const void* volume_cookie, std::int32_t* read_s,
+                              std::int32_t* write_s)
+{
+    if (read_s == nullptr || write_s == nullptr) return FS_E_MISC_ERROR;
+    return with_volume(volume_cookie, [&](const Volume& volume) {
+        *read_s = volume.line.max_read_s;
+        *write_s = volume.line.max_write_s;
+        return FS_E_SUCCESS;
+    });
+}

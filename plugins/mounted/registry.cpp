@@ -1,0 +1,71 @@
+// Loads the list of volumes and looks volumes up.
+#include "plugins/mounted/registry.hpp"
+
+namespace corvane {
+
+const char* const plugin::kPluginName = "mounted";
+
+namespace mounted {
+
+std::shared_ptr<const Registry> Registry::load()
+{
+    auto registry = std::make_shared<Registry>();
+    const plugin::LineKind kind{"mounted", /*has_source=*/false};
+    for (const VolumeLine& line : plugin::read_volumes_file(plugin::volumes_file_path(), kind)) {
+        registry->add(line);
+    }
+    return registry;
+}
+
+void Registry::add(const VolumeLine& line)
+{
+    std::string wrong;
+    auto volume = open_volume(line, wrong);
+    if (volume != nullptr) {
+        if (const Volume* const twin = find(volume->uuid())) {
+            wrong = "it has the UUID of " + twin->line.mount_point();
+        }
+    }
+    if (!wrong.empty()) {
+        log_line(line.where + ": " + line.mount_point() + " is not served: " + wrong);
+        return;
+    }
+    std::string disks;
+    for (const TreeDisk& disk : volume->tree.disks()) {
+        disks += (disks.empty() ? "" : ", ") + disk.name;
+    }
+    log_line(line.mount_point() + " is served from " + disks +
+             (line.writable ? ", read and write" : ", read-only"));
+    volumes_.push_back(std::move(volume));
+}
+
+const Volume* Registry::find(std::span<const PathName> names,
+                             std::span<const PathName>& below) const
+{
+    const Volume* found = nullptr;
+    std::size_t found_names = 0;
+    for (const auto& volume : volumes_) {
+        const auto matched = plugin::match_mount_point(names, volume->line.mount_names);
+        if (!matched || *matched <= found_names) continue;
+        found = volume.get();
+        found_names = *matched;
+    }
+    below = names.subspan(found_names);
+    return found;
+}
+
+const Volume* Registry::find(const Uuid& uuid) const
+{
+    for (const auto& volume : volumes_) {
+        if (volume->uuid() == uuid) return volume.get();
+    }
+    return nullptr;
+}
+
+void Registry::settle_all() const
+{
+    for (const auto& volume : volumes_) volume->files.settle_all();
+}
+
+}  // namespace mounted
+}  // namespace corvane
