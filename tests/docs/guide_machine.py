@@ -55,7 +55,8 @@ def install(build):
     (PRODUCT / "bin").mkdir(exist_ok=True)
     for program in ("corvaned", "corvane", "corvanecfg", "corvanestat", "corvanemsg", "corvanetab"):
         shutil.copy(build / "bin" / program, PRODUCT / "bin")
-    shutil.copy(build / "plugins/libcorvane_ext.so", PRODUCT / "lib")
+    for plugin in ("ext", "mounted"):
+        shutil.copy(build / f"plugins/libcorvane_{plugin}.so", PRODUCT / "lib")
     for catalogue in (build / "nls").glob("*/corvanecat.cat"):
         (PRODUCT / "nls" / catalogue.parent.name).mkdir(parents=True)
         shutil.copy(catalogue, PRODUCT / "nls" / catalogue.parent.name)
