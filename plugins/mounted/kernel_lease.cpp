@@ -35,6 +35,7 @@ struct LeaseWatch {
     bool is_lost = false;      // and the kernel let it in
     Clock::time_point since;
     std::optional<Clock::time_point> until;  // when the kernel will; never without
+    bool wants_to_write = false;
     std::string who;
 };
 
@@ -180,7 +181,9 @@ private:
         const Guard guard(mutex_);
         if (!watch->who.empty() || watch->is_lost) return;
         watch->who = std::move(who);
-        watch->report(watch->who + " opens the file while a map of it is out, and is held" +
+        watch->report(watch->who + " opens it for " +
+                      (watch->wants_to_write ? "writing" : "reading") +
+                      " while a map of it is out, and is held" +
                       (watch->until ? " for at most " + seconds_text(*watch->until - watch->since)
                                     : std::string()));
     }
@@ -193,6 +196,7 @@ private:
         if (!watch.is_breaking) {
             if (type == watch.type) return;
             watch.is_breaking = true;
+            watch.wants_to_write = type == F_UNLCK;
             watch.since = Clock::now();
             const auto patience = break_time();
             if (patience) watch.until = watch.since + *patience;

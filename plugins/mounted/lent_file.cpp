@@ -183,6 +183,9 @@ std::uint32_t LentFile::ensure_lent()
 
 std::uint32_t LentFile::lend(LeaseKind kind)
 {
+    if (!volume_.has_same_disks()) {
+        return refuse(FS_E_MISC_ERROR, "the volume's disks or tables changed; restart the daemon");
+    }
     for (int attempt = 0; attempt < kLendAttempts; ++attempt) {
         bool has_changed = false;
         const auto result = lend_once(kind, has_changed);
@@ -255,6 +258,7 @@ std::uint32_t LentFile::start_writing()
     is_writing_ = true;
     named_ = real_bytes();
     last_real_ = named_;
+    allocated_end_ = 0;
     return FS_E_SUCCESS;
 }
 

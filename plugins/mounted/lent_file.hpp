@@ -76,6 +76,7 @@ private:
     void settle_size();
 
     // lent_sizes.cpp: sizes and allocations.
+    [[nodiscard]] std::uint64_t map_end() const;
     [[nodiscard]] bool changes_nothing(const SizeRequest& request) const;
     Plan plan_for(const SizeRequest& request) const;
     std::uint32_t carry_out(Plan plan, std::uint32_t holders);
@@ -93,6 +94,7 @@ private:
     KernelLease lease_;  // on `file_`; released before it is closed
     bool is_writing_ = false;
     std::uint64_t named_ = 0;          // the size as clients know it
+    std::uint64_t allocated_end_ = 0;  // up to here every block is a written one
     std::uint64_t last_real_ = 0;      // the size that this plug-in gave it last
     std::vector<FileExtent> extents_;  // up to the end of the last block; true while lent
     std::vector<Gap> filled_;          // holes that were filled

@@ -61,7 +61,7 @@ std::uint32_t LentFile::map(const MapRequest& request, void* record, std::uint32
     }
     const auto first = static_cast<std::uint64_t>(request.start);
     const std::uint64_t asked = asked_end(request);
-    const std::uint64_t end = std::max(first, std::min(whole_blocks(real_bytes()), asked));
+    const std::uint64_t end = std::max(first, std::min(map_end(), asked));
 
     RunBuilder builder{volume_, room_bytes / sizeof(VerboseExtent) + 2, {}};
     for (const FileExtent& extent : extents_) {
@@ -79,6 +79,13 @@ std::uint32_t LentFile::map(const MapRequest& request, void* record, std::uint32
     const plugin::MapSource source{builder.layout, {}, volume_.unit_bytes, size};
     return plugin::write_map_record(source, first / unit, plugin::blocks_of(end, unit), record,
                                     room_bytes);
+}
+
+// One past what a map covers: the file's end, and what was allocated behind it.
+std::uint64_t LentFile::map_end() const
+{
+    if (!is_writing_) return whole_blocks(real_bytes());
+    return std::min(std::max(whole_blocks(named_), allocated_end_), whole_blocks(real_bytes()));
 }
 
 std::uint32_t LentFile::check_unshared() const
@@ -173,6 +180,9 @@ std::uint32_t LentFile::carry_out(Plan plan, std::uint32_t holders)
     if (result != FS_E_SUCCESS) return result;
     if (!gaps_of(extents_, done_end).empty()) {
         return refuse(FS_E_MISC_ERROR, "the kernel did not make written blocks of its holes");
+    }
+    if (plan.filled != 0) {
+        allocated_end_ = holders > 1 ? std::max(allocated_end_, done_end) : done_end;
     }
     return plan.is_short ? FS_E_SHORT_ALLOC : FS_E_SUCCESS;
 }

@@ -157,7 +157,7 @@ bool maps(const files::path& process, const Inode& file)
 }
 
 template <class Test>
-std::string find_processes(Test test)
+std::string find_processes(bool is_self_meant, Test test)
 {
     std::string found;
     std::size_t count = 0;
@@ -165,7 +165,8 @@ std::string find_processes(Test test)
     const std::string self = std::to_string(getpid());
     for (const auto& process : files::directory_iterator("/proc", error)) {
         const std::string name = process.path().filename().string();
-        if (!is_number(name) || name == self || !test(process.path())) continue;
+        if (!is_number(name) || (name == self && !is_self_meant)) continue;
+        if (!test(process.path())) continue;
         if (++count > kMostNamed) return found + " and more";
         found += (found.empty() ? "" : ", ") + describe(process.path());
     }
@@ -183,13 +184,15 @@ Inode inode_of(int descriptor)
 
 std::string find_waiting_openers(const Inode& file)
 {
-    return find_processes([&](const files::path& process) { return waits_for(process, file); });
+    return find_processes(/*is_self_meant=*/true,
+                          [&](const files::path& process) { return waits_for(process, file); });
 }
 
 std::string find_holders(const Inode& file)
 {
-    return find_processes(
-        [&](const files::path& process) { return has_open(process, file) || maps(process, file); });
+    return find_processes(/*is_self_meant=*/false, [&](const files::path& process) {
+        return has_open(process, file) || maps(process, file);
+    });
 }
 
 }  // namespace corvane::mounted

@@ -20,7 +20,7 @@ Inode inode_of(int descriptor);
 // it by name), apart by commas; empty when none does any more.
 std::string find_waiting_openers(const Inode& file);
 
-// The same for programs, other than this one, that have the file open or map it.
+// The same for programs (other than this one) that have the file open or map it.
 std::string find_holders(const Inode& file);
 
 }  // namespace corvane::mounted

@@ -44,6 +44,9 @@ struct Volume {
     // when it is not what was mounted there at the start.
     std::uint32_t open_root(Descriptor& root) const;
 
+    // Whether its disks are put together as they were at the start.
+    [[nodiscard]] bool has_same_disks() const;
+
     // Reads from the volume's disks, past the page cache; the place is in the mounted device.
     bool read(std::uint64_t place, std::span<std::byte> bytes) const;
 };

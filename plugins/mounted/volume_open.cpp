@@ -109,6 +109,12 @@ void Volume::report(const std::string& text) const
     log_line(line.mount_point() + ": " + text);
 }
 
+bool Volume::has_same_disks() const
+{
+    BlockTree now;
+    return now.load(device, this_system()).empty() && now == tree;
+}
+
 bool Volume::read(std::uint64_t place, std::span<std::byte> bytes) const
 {
     std::size_t at = 0;
