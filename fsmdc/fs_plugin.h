@@ -1,6 +1,7 @@
 /* What a file-system plug-in exports: a shared library in /usr/Corvane/lib with these functions,
- * all of them but FS_GetMaxLeases required. The daemon calls them from several threads at once.
- * Cookies are FS_COOKIE_BYTES bytes; paths are FSUNI strings with "/" between names. */
+ * all of them but FS_GetMaxLeases and FS_GetPath required. The daemon calls them from several
+ * threads at once. Cookies are FS_COOKIE_BYTES bytes; paths are FSUNI strings with "/" between
+ * names. */
 #ifndef CORVANE_FSMDC_FS_PLUGIN_H
 #define CORVANE_FSMDC_FS_PLUGIN_H
 
@@ -60,6 +61,14 @@ CORVANE_API uint32_t FS_SetFileSizes(const void* volume_cookie, const void* file
 /* Optional. Stores the longest read and write lease in seconds (0: the default). Returns 0 when
  * both are valid. */
 CORVANE_API uint32_t FS_GetMaxLeases(const void* volume_cookie, int32_t* read_s, int32_t* write_s);
+
+/* Optional. Writes the path by which people know the file, in UTF-8 from the root of this host,
+ * with a zero byte behind it; `file_cookie` null: the path of the volume's mount point.
+ * `room_bytes`: in the bytes available, out the bytes written with the zero. Returns 0;
+ * FS_E_OUT_OF_MEMORY when the path is longer than the room, or another code when it is not known.
+ * Called for administrators' listings only, many files in a row: answer from memory. */
+CORVANE_API uint32_t FS_GetPath(const void* volume_cookie, const void* file_cookie, char* path,
+                                uint32_t* room_bytes);
 
 #ifdef __cplusplus
 }

@@ -210,3 +210,20 @@ uint32_t FS_GetMaxLeases(const void* volume_cookie, int32_t* read_s, int32_t* wr
     *write_s = 0;
     return FS_E_SUCCESS;
 }
+
+/* Optional: what an administrator's listing calls the file, or without one the volume. */
+uint32_t FS_GetPath(const void* volume_cookie, const void* file_cookie, char* path,
+                    uint32_t* room_bytes)
+{
+    const uint32_t room = *room_bytes;
+    *room_bytes = 0;
+    if (memcmp(volume_cookie, kVolumeCookie, FS_COOKIE_BYTES) != 0) return FS_E_BAD_COOKIE;
+    if (file_cookie != NULL && memcmp(file_cookie, kFileCookie, FS_COOKIE_BYTES) != 0) {
+        return FS_E_BAD_FILE;
+    }
+    const int length =
+        snprintf(path, room, "%s%s", g_volume.mount_point, file_cookie != NULL ? kFileName : "");
+    if (length < 0 || (uint32_t)length >= room) return FS_E_OUT_OF_MEMORY;
+    *room_bytes = (uint32_t)length + 1;
+    return FS_E_SUCCESS;
+}

@@ -1,6 +1,7 @@
 // The plug-in's exported functions: check what came in, find the volume, hand on.
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include "fsmdc/fs_plugin.h"
 #include "plugins/ext/registry.hpp"
@@ -162,5 +163,17 @@ std::uint32_t FS_GetMaxLeases(const void* volume_cookie, std::int32_t* read_s,
         *read_s = volume.line.max_read_s;
         *write_s = volume.line.max_write_s;
         return FS_E_SUCCESS;
+    });
+}
+
+std::uint32_t FS_GetPath(const void* volume_cookie, const void* file_cookie, char* path,
+                         std::uint32_t* room_bytes)
+{
+    if (path == nullptr || room_bytes == nullptr) return FS_E_MISC_ERROR;
+    const std::span room(path, std::exchange(*room_bytes, 0));
+    return with_volume(volume_cookie, [&](Volume& volume) -> std::uint32_t {
+        if (file_cookie == nullptr) return write_path(volume, std::nullopt, room, *room_bytes);
+        const auto file = read_file_cookie(volume.uuid, file_cookie);
+        return file ? write_path(volume, file, room, *room_bytes) : FS_E_BAD_FILE;
     });
 }

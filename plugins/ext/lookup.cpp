@@ -94,11 +94,14 @@ private:
     {
         if (!name || name->size() > EXT2_NAME_LEN) return FS_E_UNKNOWN_FILE;
         found = volume_.names.find(number, *name);
-        if (found != 0) return FS_E_SUCCESS;
-        const errcode_t error = ext2fs_lookup(volume_.fs.get(), number, name->data(),
-                                              static_cast<int>(name->size()), nullptr, &found);
-        if (error == 0) volume_.names.add(number, *name, found);
-        return to_result(error);
+        if (found == 0) {
+            const errcode_t error = ext2fs_lookup(volume_.fs.get(), number, name->data(),
+                                                  static_cast<int>(name->size()), nullptr, &found);
+            if (error != 0) return to_result(error);
+            volume_.names.add(number, *name, found);
+        }
+        volume_.found.add(number, *name, found);
+        return FS_E_SUCCESS;
     }
 
     // The walk goes on from the directory that holds the link; an absolute target counts only below
@@ -185,6 +188,23 @@ std::uint32_t find_file(Volume& volume, std::span<const PathName> names, FileId&
     const std::uint32_t result = walk.go(names);
     if (result == FS_E_SUCCESS) file = {walk.number, walk.inode.i_generation};
     return result;
+}
+
+std::uint32_t write_path(const Volume& volume, std::optional<FileId> file, std::span<char> room,
+                         std::uint32_t& used_bytes)
+{
+    std::string text = volume.line.mount_point();
+    if (file) {
+        const std::string below = volume.found.path_of(file->inode);
+        if (below.empty()) return FS_E_UNKNOWN_FILE;
+        text += below;
+    } else if (text.empty()) {
+        text = "/";
+    }
+    if (text.size() >= room.size()) return FS_E_OUT_OF_MEMORY;
+    std::memcpy(room.data(), text.c_str(), text.size() + 1);
+    used_bytes = static_cast<std::uint32_t>(text.size() + 1);
+    return FS_E_SUCCESS;
 }
 
 std::uint32_t find_directory(Volume& volume, std::span<const PathName> names)

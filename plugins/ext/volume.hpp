@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -15,6 +16,7 @@
 #include "plugins/ext/cookies.hpp"
 #include "plugins/ext/ext_handles.hpp"
 #include "plugins/ext/file_locks.hpp"
+#include "plugins/ext/file_names.hpp"
 #include "plugins/ext/layout.hpp"
 #include "plugins/ext/name_cache.hpp"
 #include "plugins/ext/source.hpp"
@@ -32,6 +34,7 @@ struct Volume {
     FileSystem fs;
     MetadataZones zones;
     FileLocks locks;  // has a lock of its own
+    FileNames found;  // the same
     std::mutex io;    // guards `fs` and everything below; taken before the lock of `locks`
     NameCache names;
     bool is_broken = false;  // a change failed half-way: nothing more is changed before e2fsck
@@ -74,7 +77,11 @@ std::uint32_t describe_volume(Volume& volume, void* record, std::uint32_t& room_
 // followed inside the volume and never out of it; ".." in `names` itself is refused.
 std::uint32_t find_file(Volume& volume, std::span<const PathName> names, FileId& file);
 
-// The same for a directory.
+// Writes the path of the file, or without one the volume's mount point, with a zero behind it.
+std::uint32_t write_path(const Volume& volume, std::optional<FileId> file, std::span<char> room,
+                         std::uint32_t& used_bytes);
+
+// find_file for a directory.
 std::uint32_t find_directory(Volume& volume, std::span<const PathName> names);
 
 std::uint32_t map_file(Volume& volume, FileId file, const MapRequest& request, void* record,

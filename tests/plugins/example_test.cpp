@@ -69,6 +69,21 @@ TEST_F(Example, MapsItsOneFile)
     EXPECT_EQ(plugin_.map(file, 0, -1, 0, 95).result, FS_E_OUT_OF_MEMORY);
 }
 
+TEST_F(Example, TellsItsPaths)
+{
+    auto file = plugin_.find("/mnt/flat/data");
+
+    EXPECT_EQ(plugin_.path_of(file), "/mnt/flat/data");
+    EXPECT_EQ(plugin_.mount_point_of(file), "/mnt/flat");
+    EXPECT_EQ(plugin_.path_of(file, 15), "/mnt/flat/data");
+    EXPECT_EQ(plugin_.path_of(file, 14), "result 5");
+    EXPECT_EQ(plugin_.path_of(file, 0), "result 5");
+    file.file[0] ^= 1;
+    EXPECT_EQ(plugin_.path_of(file), "result 201");
+    file.volume[0] ^= 1;
+    EXPECT_EQ(plugin_.mount_point_of(file), "result 4");
+}
+
 TEST_F(Example, ClaimsNothingElse)
 {
     EXPECT_EQ(plugin_.find("/mnt/flat/other").result, FS_E_WRONG_FS);

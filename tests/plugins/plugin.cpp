@@ -43,6 +43,7 @@ Plugin::Plugin(const std::string& file)
     resolve(library, "FS_UnlockMap", unlock_map);
     resolve(library, "FS_SetFileSizes", set_file_sizes);
     resolve(library, "FS_GetMaxLeases", max_leases);
+    resolve(library, "FS_GetPath", path_entry);
 }
 
 Cookies Plugin::find(const FsuniText& path) const
@@ -81,6 +82,36 @@ Map Plugin::map(const Cookies& file, std::int64_t start, std::int64_t length, st
     EXPECT_EQ(map.used_bytes, 64 + 32 * map.extents.size());
     EXPECT_EQ(map.info.msgLen, static_cast<std::int32_t>(map.used_bytes));
     return map;
+}
+
+namespace {
+
+std::string ask_path(const Plugin& plugin, const void* volume, const void* file,
+                     std::uint32_t room_bytes)
+{
+    std::vector<char> room(room_bytes + 1, kGuardByte);
+    std::uint32_t used_bytes = room_bytes;
+    const std::uint32_t result = plugin.path_entry(volume, file, room.data(), &used_bytes);
+    EXPECT_EQ(room[room_bytes], kGuardByte) << "written behind the room";
+    if (result != FS_E_SUCCESS) {
+        EXPECT_EQ(used_bytes, 0U);
+        return "result " + std::to_string(result);
+    }
+    const std::string text(room.data());
+    EXPECT_EQ(used_bytes, text.size() + 1);
+    return text;
+}
+
+}  // namespace
+
+std::string Plugin::path_of(const Cookies& file, std::uint32_t room_bytes) const
+{
+    return ask_path(*this, file.volume.data(), file.file.data(), room_bytes);
+}
+
+std::string Plugin::mount_point_of(const Cookies& file) const
+{
+    return ask_path(*this, file.volume.data(), nullptr, 4096);
 }
 
 std::uint32_t Plugin::unlock(const Cookies& file) const

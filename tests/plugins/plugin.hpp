@@ -44,6 +44,7 @@ public:
     decltype(&FS_UnlockMap) unlock_map = nullptr;
     decltype(&FS_SetFileSizes) set_file_sizes = nullptr;
     decltype(&FS_GetMaxLeases) max_leases = nullptr;
+    decltype(&FS_GetPath) path_entry = nullptr;
 
     [[nodiscard]] Cookies find(const FsuniText& path) const;
     [[nodiscard]] Cookies find(const std::string& ascii_path) const;
@@ -51,6 +52,10 @@ public:
     Map map(const Cookies& file, std::int64_t start = 0, std::int64_t length = -1,
             std::int32_t flag = 0, std::uint32_t room_bytes = 64256) const;
     std::uint32_t unlock(const Cookies& file) const;
+    // The path of the file, written into exactly `room_bytes`; "result N" when there is none.
+    std::string path_of(const Cookies& file, std::uint32_t room_bytes = 4096) const;
+    // The path of the file's volume.
+    std::string mount_point_of(const Cookies& file) const;
     std::uint32_t set_sizes(const Cookies& file, std::int64_t size, std::int64_t allocation) const;
 };
 
