@@ -2,7 +2,7 @@
 #include <cstdint>
 
 #include "fsmdc/fs_result.h"
-#include "fsmdc/lease.h"
+#include "fsmdc/lease_list.hpp"
 #include "fsmdc/map_file.hpp"
 #include "fsmdc/messages.h"
 #include "fsmdc/reply.hpp"
@@ -25,7 +25,7 @@ namespace {
         return FS_E_NO_LIBRARY;
     }
     LeaseRecord lease;
-    if (GetLeaseCopy(key, &lease) != FS_E_SUCCESS) {
+    if (peek_lease(key, &lease) != FS_E_SUCCESS) {  // the request has named it already
         CORVANE_TRACE("SP_Close, invalid key.0x%x\n", key);
         return FS_E_INVALID_KEY;
     }

@@ -5,12 +5,6 @@
 namespace corvane {
 namespace {
 
-[[nodiscard]] std::uint32_t age_ms(const LeaseRecord& record, std::uint32_t now) noexcept
-{
-    if (now >= record.creationTime) return now - record.creationTime;
-    return 0xFFFFFFFFU - (record.creationTime - now);
-}
-
 [[nodiscard]] std::uint32_t lifetime_ms(const LeaseRecord& record) noexcept
 {
     return record.duration + FS_LEASE_GRACE_MS;  // modulo 2^32, as the clock is
@@ -25,6 +19,12 @@ void push(Lease*& head, Lease& lease) noexcept
 }
 
 }  // namespace
+
+std::uint32_t age_ms(const LeaseRecord& record, std::uint32_t now) noexcept
+{
+    if (now >= record.creationTime) return now - record.creationTime;
+    return 0xFFFFFFFFU - (record.creationTime - now);
+}
 
 bool has_expired(const LeaseRecord& record, std::uint32_t now) noexcept
 {
@@ -48,7 +48,7 @@ void LeaseExpiry::forget(Lease& lease) noexcept
 
 void LeaseExpiry::hand_out(Lease& lease) noexcept
 {
-    lease.handed_out = true;
+    lease.mark_handed_out();
     forget(lease);
     push(handed_out_, lease);
 }
@@ -104,7 +104,7 @@ void LeaseExpiry::advance(std::uint32_t now) noexcept
 
 void LeaseExpiry::place(Lease& lease, std::uint32_t now) noexcept
 {
-    if (lease.handed_out) return push(handed_out_, lease);
+    if (lease.is_handed_out()) return push(handed_out_, lease);
     if (has_expired(lease.record, now)) return push(opened_, lease);
     const std::uint32_t left_ms = lifetime_ms(lease.record) - age_ms(lease.record, now);
     std::uint64_t due_tick = (elapsed_ms_ + left_ms) / kSlotMs;

@@ -12,8 +12,11 @@
 
 namespace corvane {
 
-// True when the lease has run out at the clock value `now`. A clock that stands before the lease's
-// creation has wrapped; the age is then one less than the true distance, and is meant to be.
+// Time since the lease was granted or renewed. A clock that stands before the lease's creation has
+// wrapped; the age is then one less than the true distance, and is meant to be.
+[[nodiscard]] std::uint32_t age_ms(const LeaseRecord& record, std::uint32_t now) noexcept;
+
+// True when the lease has run out at the clock value `now`.
 [[nodiscard]] bool has_expired(const LeaseRecord& record, std::uint32_t now) noexcept;
 
 // Every `now` is OSL_GetClock, read with the lock held so that it never goes back between two

@@ -7,7 +7,7 @@ void LeaseIndex::add(Lease& lease) noexcept
 {
     keys_.insert(lease, KeyLinks::hash(lease));
     origins_.insert(lease, OriginLinks::hash(lease));
-    lease.newest_of_file = true;
+    lease.mark_newest_of_file(true);
     const std::uint64_t hash = FileLinks::hash(lease);
     Lease* const newest = files_.find(hash, [&](const Lease& other) {
         return std::memcmp(other.record.fileCookie, lease.record.fileCookie, FS_COOKIE_BYTES) == 0;
@@ -21,7 +21,7 @@ void LeaseIndex::add(Lease& lease) noexcept
     lease.older_of_file = newest;
     lease.newer_of_file = oldest;
     oldest->older_of_file = newest->newer_of_file = &lease;
-    newest->newest_of_file = false;
+    newest->mark_newest_of_file(false);
     files_.replace(*newest, lease, hash);
 }
 
@@ -35,8 +35,8 @@ void LeaseIndex::remove(Lease& lease) noexcept
     }
     lease.older_of_file->newer_of_file = lease.newer_of_file;
     lease.newer_of_file->older_of_file = lease.older_of_file;
-    if (!lease.newest_of_file) return;
-    lease.older_of_file->newest_of_file = true;
+    if (!lease.is_newest_of_file()) return;
+    lease.older_of_file->mark_newest_of_file(true);
     files_.replace(lease, *lease.older_of_file, FileLinks::hash(lease));
 }
 

@@ -18,7 +18,10 @@ namespace corvane {
 // indexes. A host may hold a million of them: 200 bytes are what one block of the allocator has to
 // give.
 struct Lease {
-    LeaseRecord record;     // first: its address is the lease's
+    LeaseRecord record;       // first: its address is the lease's
+    std::uint32_t granted_s;  // seconds since 1970, modulo 2^32
+    // How often it was named, above two marks: three words in the room of one (see the size below).
+    std::uint32_t requests_and_marks;
     Lease* next_by_key;     // chain of its bucket
     Lease* next_by_file;    // the same; only the newest lease of a file stands in that table
     Lease* next_by_origin;  // the same; file, message and client together
@@ -26,8 +29,33 @@ struct Lease {
     Lease* older_of_file;
     Lease* due_next;   // list of leases that are looked at together
     Lease** due_link;  // what points to this lease in that list; null outside
-    bool newest_of_file;
-    bool handed_out;  // others hold a pointer: the record may change at any time
+
+    static constexpr std::uint32_t kNewestOfFile = 1;
+    static constexpr std::uint32_t kHandedOut = 2;
+    static constexpr std::uint32_t kOneRequest = 4;
+
+    [[nodiscard]] bool is_newest_of_file() const noexcept { return has(kNewestOfFile); }
+    // Others hold a pointer: the record may change at any time.
+    [[nodiscard]] bool is_handed_out() const noexcept { return has(kHandedOut); }
+    void mark_newest_of_file(bool is_newest) noexcept
+    {
+        requests_and_marks &= ~kNewestOfFile;
+        if (is_newest) requests_and_marks |= kNewestOfFile;
+    }
+    void mark_handed_out() noexcept { requests_and_marks |= kHandedOut; }
+
+    // Modulo 2^30.
+    [[nodiscard]] std::uint32_t requests() const noexcept
+    {
+        return requests_and_marks / kOneRequest;
+    }
+    void count_request() noexcept { requests_and_marks += kOneRequest; }
+
+private:
+    [[nodiscard]] bool has(std::uint32_t mark) const noexcept
+    {
+        return (requests_and_marks & mark) != 0;
+    }
 };
 static_assert(std::is_standard_layout_v<Lease> && offsetof(Lease, record) == 0);
 static_assert(sizeof(void*) != 8 || sizeof(Lease) == 200);

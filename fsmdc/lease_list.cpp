@@ -1,6 +1,8 @@
 // The lease list: leases are granted, renewed, ended, and dropped when they have run out.
 #include "fsmdc/lease_list.hpp"
 
+#include <sys/time.h>
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -32,18 +34,12 @@ constexpr std::size_t kShortListLeases = 32;
 constexpr std::uint32_t kPurgePeriodMs = 5000;
 constexpr std::uint32_t kPauseMs = 1;  // between two holds, so that requests come in between
 
-// A walk over the list that lets go of the lock. Whoever unlinks a lease moves the walks that stand
-// on it.
-struct Walk {
-    LeaseRecord* at;
-    Walk* other;
-};
-
 // Guarded by leaseListLock, like the list.
 struct State {
     LeaseIndex index;
     LeaseExpiry expiry;
-    Walk* walks = nullptr;
+    BusyFiles busy;
+    LeaseWalk* walks = nullptr;
     bool adding = false;  // AddLeaseToList is inside
 };
 constinit State g_state;
@@ -64,7 +60,7 @@ void link_newest(LeaseRecord& record) noexcept
 void unlink(Lease& lease) noexcept
 {
     LeaseRecord& record = lease.record;
-    for (Walk* walk = g_state.walks; walk != nullptr; walk = walk->other) {
+    for (LeaseWalk* walk = g_state.walks; walk != nullptr; walk = walk->other) {
         if (walk->at == &record) walk->at = record.next;
     }
     record.next->prev = record.prev;
@@ -153,19 +149,32 @@ void free_all(std::span<Lease*> leases) noexcept
     return more;
 }
 
+// Enters a walk that begins at the newest lease. The lock is held.
+void begin(LeaseWalk& walk) noexcept
+{
+    walk.at = leaseListHeadGlb.next;
+    walk.other = g_state.walks;
+    g_state.walks = &walk;
+}
+
+// Takes a walk out, wherever it stands. The lock is held.
+void end(LeaseWalk& walk) noexcept
+{
+    LeaseWalk** link = &g_state.walks;
+    while (*link != &walk) link = &(*link)->other;
+    *link = walk.other;
+    walk.at = nullptr;
+}
+
 // One hold of the lock: looks at the next records of a walk. Returns false at the list's end.
-[[nodiscard]] bool purge_walk_once(Walk& walk) noexcept
+[[nodiscard]] bool purge_walk_once(LeaseWalk& walk) noexcept
 {
     std::array<Lease*, kDropsPerHold> dropped;
     std::size_t count = 0;
     bool more = false;
     {
         const LockGuard guard(leaseListLock);
-        if (walk.at == nullptr) {  // the walk begins
-            walk.at = leaseListHeadGlb.next;
-            walk.other = g_state.walks;
-            g_state.walks = &walk;
-        }
+        if (walk.at == nullptr) begin(walk);
         const std::uint32_t now = OSL_GetClock();
         for (std::size_t looks = kLooksPerHold; looks > 0 && count < dropped.size(); --looks) {
             if (walk.at == &leaseListHeadGlb) break;
@@ -176,14 +185,32 @@ void free_all(std::span<Lease*> leases) noexcept
             drop(lease_of(record), now);
         }
         more = walk.at != &leaseListHeadGlb;
-        if (!more) {
-            Walk** link = &g_state.walks;
-            while (*link != &walk) link = &(*link)->other;
-            *link = walk.other;
-        }
+        if (!more) end(walk);
     }
     free_all(std::span(dropped).first(count));
     return more;
+}
+
+[[nodiscard]] std::int64_t time_of_day_s() noexcept
+{
+    timeval now{};
+    (void)gettimeofday(&now, nullptr);  // cannot fail for this clock
+    return now.tv_sec;
+}
+
+// The lock is held.
+[[nodiscard]] LeaseView view_of(const Lease& lease, std::int64_t now_s, std::uint32_t now) noexcept
+{
+    LeaseView view{};
+    view.record = lease.record;
+    view.record.next = view.record.prev = nullptr;
+    // Stored modulo 2^32: the distance from now is what counts, in either direction.
+    view.granted_s =
+        now_s - static_cast<std::int32_t>(static_cast<std::uint32_t>(now_s) - lease.granted_s);
+    view.renewed_s = now_s - static_cast<std::int64_t>(age_ms(lease.record, now) / 1000);
+    view.until_s = view.renewed_s + static_cast<std::int64_t>(lease.record.duration / 1000);
+    view.requests = lease.requests();
+    return view;
 }
 
 [[nodiscard]] osl_ptr<Lease> make_lease(const void* volume_cookie, const void* file_cookie,
@@ -226,14 +253,18 @@ void free_all(std::span<Lease*> leases) noexcept
     if (is_new) {
         lease = fresh.release();
         lease->record.key = globalKey++;
+        lease->granted_s = static_cast<std::uint32_t>(time_of_day_s());
         link_newest(lease->record);
         g_state.index.add(*lease);
         count_event(COUNTERS_EVENT_LEASE_GRANTED);
         if (!LeaseIndex::has_other_of_file(*lease)) count_event(COUNTERS_EVENT_FILE_LOCKED);
     } else {
         CORVANE_TRACE("Duplicate lease detected.  Bailing...\n");
+        count_event(COUNTERS_EVENT_LEASE_RENEWED);
     }
     LeaseRecord& record = lease->record;
+    lease->count_request();
+    g_state.busy.note(record);
     record.intention = intention;
     if (key != nullptr) *key = record.key;
     renew(*lease, duration_ms);
@@ -255,9 +286,75 @@ void reset_leases() noexcept
         OSL_Free(record);
     }
     head.next = head.prev = &head;
+    for (LeaseWalk* walk = g_state.walks; walk != nullptr; walk = walk->other) walk->at = &head;
     g_state.index.clear();
     g_state.expiry.clear();
+    g_state.busy.clear();
     (void)OSL_QuickLockCreate(&leaseListLock, "leaseListLock", 0xabcd);  // cannot fail for value 1
+}
+
+std::uint32_t peek_lease(std::uint32_t key, LeaseRecord* copy) noexcept
+{
+    const LockGuard guard(leaseListLock);
+    const Lease* const lease = g_state.index.by_key(key);
+    if (lease == nullptr) return FS_E_INVALID_KEY;
+    *copy = lease->record;
+    return FS_E_SUCCESS;
+}
+
+LeaseCursor::~LeaseCursor()
+{
+    const LockGuard guard(leaseListLock);
+    if (walk_.at != nullptr) end(walk_);
+}
+
+void LeaseCursor::start() noexcept
+{
+    const LockGuard guard(leaseListLock);
+    if (walk_.at != nullptr) end(walk_);
+    begin(walk_);
+}
+
+std::size_t LeaseCursor::next(std::span<LeaseView> views) noexcept
+{
+    const LockGuard guard(leaseListLock);
+    if (walk_.at == nullptr) return 0;
+    const std::int64_t now_s = time_of_day_s();
+    const std::uint32_t now = OSL_GetClock();
+    std::size_t count = 0;
+    for (; count < views.size() && walk_.at != &leaseListHeadGlb; walk_.at = walk_.at->next) {
+        views[count++] = view_of(lease_of(*walk_.at), now_s, now);
+    }
+    if (count == 0) end(walk_);
+    return count;
+}
+
+std::optional<LeaseView> release_lease(std::uint32_t key) noexcept
+{
+    osl_ptr<Lease> lease;
+    std::optional<LeaseView> view;
+    const LockGuard guard(leaseListLock);
+    lease.reset(g_state.index.by_key(key));
+    if (lease == nullptr) return view;
+    view = view_of(*lease, time_of_day_s(), OSL_GetClock());
+    const bool has_other = LeaseIndex::has_other_of_file(*lease);
+    unlink(*lease);
+    count_event(COUNTERS_EVENT_LEASE_RELEASED);
+    if (!has_other) unlock_file(lease->record.library, lease->record);
+    return view;
+}
+
+std::size_t busy_files(std::span<BusyFile> files) noexcept
+{
+    const LockGuard guard(leaseListLock);
+    return g_state.busy.copy(files);
+}
+
+std::optional<BusyFile> busy_file(std::uint32_t number) noexcept
+{
+    const LockGuard guard(leaseListLock);
+    const BusyFile* const found = g_state.busy.find(number);
+    return found != nullptr ? std::optional(*found) : std::nullopt;
 }
 
 }  // namespace corvane
@@ -299,8 +396,10 @@ std::int32_t ChangeLeaseEntry(std::uint32_t key, std::uint32_t duration_ms) noex
 std::uint32_t GetLeaseCopy(std::uint32_t key, LeaseRecord* copy) noexcept
 {
     const LockGuard guard(leaseListLock);
-    const Lease* const lease = g_state.index.by_key(key);
+    Lease* const lease = g_state.index.by_key(key);
     if (lease == nullptr) return FS_E_INVALID_KEY;
+    lease->count_request();  // this is how a request comes to its lease
+    g_state.busy.note(lease->record);
     *copy = lease->record;
     return FS_E_SUCCESS;
 }
@@ -352,7 +451,7 @@ std::uint32_t RemoveLeaseFromList(std::uint32_t key, void* volume_cookie, void* 
 
 std::int32_t PurgeLeaseList() noexcept
 {
-    Walk walk{nullptr, nullptr};
+    LeaseWalk walk;
     while (purge_walk_once(walk)) OSL_Sleep(0);  // lets a waiting request have the lock
     return 0;
 }

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <memory>
 
+#include "fsmdc/file_names.hpp"
 #include "mdcmain/catalogue_message.hpp"
 #include "mdcmain/log.h"
 #include "mdcmain/segment.h"
@@ -145,6 +146,10 @@ template <class Function>
     }
     if (logs_each_entry()) sanos_log("FTX1475I opened lib %s\n", path);
     if (!resolve_all(library, record)) return false;
+    PathEntry get_path = nullptr;  // optional; what the log says at loading names the others alone
+    void* const address = dlsym(library, "FS_GetPath");
+    std::memcpy(&get_path, &address, sizeof address);
+    set_path_entry(&record, get_path);
     const std::int32_t version = record.FS_GetVersion();
     if (version > 0) log_message(kMessageVersion, path, version);
     log_message(kMessageLoaded, path, static_cast<long long>(status.st_size),

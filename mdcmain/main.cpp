@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "fsmdc/admin_server.hpp"
 #include "mdcmain/daemon.h"
 #include "mdcmain/datagram_server.h"
 #include "mdcmain/descriptor_server.h"
@@ -29,6 +30,7 @@ void serve(int32_t backlog) noexcept
     (void)DgramServer(port);  // exits on failure
     // Only the daemon that has the port shows its counters; without the page they are private.
     (void)counters_publish(port);
+    corvane::start_administration(port);
     fifoGetHandleServer(backlog);
 }
 

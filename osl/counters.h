@@ -18,7 +18,7 @@ extern "C" {
 
 #define COUNTERS_NAME "/corvaned.%u" /* printf format; the UDP port */
 #define COUNTERS_MAGIC 0x54534356u   /* "VCST" in memory order */
-#define COUNTERS_VERSION 1u
+#define COUNTERS_VERSION 2u
 
 #define COUNTERS_FUNCTIONS 6  /* 0: any other function code; 1 to 5 as in requests */
 #define COUNTERS_RESULTS 32   /* slots of counters_result_slot; the last one is any other code */
@@ -35,7 +35,8 @@ enum {
     COUNTERS_CALL_GET_LOCKED_MAP,
     COUNTERS_CALL_UNLOCK_MAP,
     COUNTERS_CALL_SET_FILE_SIZES,
-    COUNTERS_CALL_GET_MAX_LEASES
+    COUNTERS_CALL_GET_MAX_LEASES,
+    COUNTERS_CALL_GET_PATH
 };
 
 enum {
@@ -50,7 +51,8 @@ enum {
     COUNTERS_EVENT_RECEIVE_ERROR,
     COUNTERS_EVENT_SEND_ERROR,
     COUNTERS_EVENT_DESCRIPTOR_REQUEST,
-    COUNTERS_EVENT_LOG_LOST /* a message met another one under way */
+    COUNTERS_EVENT_LOG_LOST,      /* a message met another one under way */
+    COUNTERS_EVENT_LEASE_RELEASED /* by an administrator */
 };
 
 /* One thread's numbers; blocks begin on cache lines of their own. */

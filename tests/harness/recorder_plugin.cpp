@@ -4,10 +4,11 @@
 // For a library .../NAME the script is /tmp/recorder/NAME.script, one line an entry point:
 //     FS_GetLockedMap result=1 record=00ff.. room=128 gate=/tmp/go
 // Keys: result (number), volume, file, record (hex bytes written out), room (number stored back;
-// default the record's size), read, write (seconds), gate (a file that must exist before the call
-// returns), ms (delay). The nth call takes an entry point's nth line; the last line stands for all
-// later calls. Without a line the result is 408 (0 for FS_Init, 1 for FS_GetVersion). Calls go to
-// /tmp/recorder/calls: "NAME ENTRY key=value ...", cookies in hex.
+// default the record's size), read, write (seconds), path, mount (hex bytes of a name), gate (a
+// file that must exist before the call returns), ms (delay). The nth call takes an entry point's
+// nth line; the last line stands for all later calls. Without a line the result is 408 (0 for
+// FS_Init, 1 for FS_GetVersion). Calls go to /tmp/recorder/calls: "NAME ENTRY key=value ...",
+// cookies in hex.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -230,5 +231,17 @@ uint32_t FS_GetMaxLeases(const void* volume_cookie, int32_t* read_s, int32_t* wr
     return result_of(answer);
 }
 #endif
+
+uint32_t FS_GetPath(const void* volume_cookie, const void* file_cookie, char* path,
+                    uint32_t* room_bytes)
+{
+    const bool is_file = file_cookie != nullptr;
+    const Answer answer =
+        answer_call("FS_GetPath", cookie_text("volume", volume_cookie) + " " +
+                                      (is_file ? cookie_text("file", file_cookie) : "file=none"));
+    const std::size_t count = write_hex(answer, is_file ? "path" : "mount", path, *room_bytes);
+    *room_bytes = static_cast<uint32_t>(number_of(answer, "room", static_cast<long long>(count)));
+    return result_of(answer);
+}
 
 }  // extern "C"

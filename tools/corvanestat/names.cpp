@@ -15,13 +15,15 @@ constexpr std::array<std::string_view, COUNTERS_FUNCTIONS> kFunctions = {
 
 constexpr std::array<std::string_view, COUNTERS_CALLS> kCalls = {
     "FS_GetVolCookie", "FS_GetVolByCookie", "FS_GetCookies",   "FS_GetLockedMap",
-    "FS_UnlockMap",    "FS_SetFileSizes",   "FS_GetMaxLeases", ""};
+    "FS_UnlockMap",    "FS_SetFileSizes",   "FS_GetMaxLeases", "FS_GetPath"};
 
 constexpr std::array kEvents = {
     EventName{COUNTERS_EVENT_LEASE_GRANTED, "leases_granted", "leases granted"},
     EventName{COUNTERS_EVENT_LEASE_RENEWED, "leases_renewed", "leases renewed"},
     EventName{COUNTERS_EVENT_LEASE_CLOSED, "leases_closed", "leases closed"},
     EventName{COUNTERS_EVENT_LEASE_EXPIRED, "leases_expired", "leases expired"},
+    EventName{COUNTERS_EVENT_LEASE_RELEASED, "leases_released",
+              "leases released by an administrator"},
     EventName{COUNTERS_EVENT_FILE_LOCKED, "files_locked", "files whose first map went out"},
     EventName{COUNTERS_EVENT_FILE_UNLOCKED, "files_unlocked", "files whose last map came back"},
     EventName{COUNTERS_EVENT_DUPLICATE_ANSWERED, "duplicates_answered",

@@ -56,7 +56,7 @@ std::uint64_t requests_of(const CountersBlock& block, unsigned function)
 std::uint64_t live_leases(const CountersBlock& block)
 {
     return block.events[COUNTERS_EVENT_LEASE_GRANTED] - block.events[COUNTERS_EVENT_LEASE_CLOSED] -
-           block.events[COUNTERS_EVENT_LEASE_EXPIRED];
+           block.events[COUNTERS_EVENT_LEASE_EXPIRED] - block.events[COUNTERS_EVENT_LEASE_RELEASED];
 }
 
 std::uint64_t live_files(const CountersBlock& block)
