@@ -46,6 +46,8 @@ _corvane_kind()
         command) mapfile -t COMPREPLY < <(compgen -c -- "$cur") ;;
         setting) _corvane_from "$("${COMP_WORDS[0]}" show 2>/dev/null | awk '{ print $1 }')" ;;
         lease) _corvane_from "$("${COMP_WORDS[0]}" leases 2>/dev/null | awk 'NR > 1 { print $1 }')" ;;
+        mode) mapfile -t COMPREPLY < <(compgen -W 'read write' -- "$cur") ;;
+        order) mapfile -t COMPREPLY < <(compgen -W 'key client file since until requests' -- "$cur") ;;
         language) mapfile -t COMPREPLY < <(compgen -W 'c c++ ansi' -- "$cur") ;;
         code_set) mapfile -t COMPREPLY < <(compgen -W "$(iconv -l 2>/dev/null | tr -d / | tr '\n' ' ')" -- "$cur") ;;
     esac
