@@ -69,10 +69,10 @@ TEST_P(MountedKernel, UnwrittenExtentHidesAClientsBytesForEver)
     volume().client_write(place_of(file.get(), 0), block_of('c'));
 
     drop_pages(file.get());
-    EXPECT_EQ(read_at(file.get(), 0, block()), block_of('\0'));
+    EXPECT_EQ(difference(read_at(file.get(), 0, block()), block_of('\0')), "");
     write_at(file.get(), block(), "neighbour");  // converting a part brings nothing back
     drop_pages(file.get());
-    EXPECT_EQ(read_at(file.get(), 0, block()), block_of('\0'));
+    EXPECT_EQ(difference(read_at(file.get(), 0, block()), block_of('\0')), "");
 }
 
 TEST_P(MountedKernel, WrittenZerosShowAClientsBytes)
@@ -81,7 +81,7 @@ TEST_P(MountedKernel, WrittenZerosShowAClientsBytes)
     ASSERT_EQ(runs_of(file.get(), true).at(0).flags & FIEMAP_EXTENT_UNWRITTEN, 0U);
     volume().client_write(place_of(file.get(), 0), block_of('c'));
 
-    EXPECT_EQ(read_at(file.get(), 0, block()), block_of('c'));
+    EXPECT_EQ(difference(read_at(file.get(), 0, block()), block_of('c')), "");
 }
 
 TEST_P(MountedKernel, BlocksBehindTheEndAreNeverWrittenOnes)
@@ -93,7 +93,7 @@ TEST_P(MountedKernel, BlocksBehindTheEndAreNeverWrittenOnes)
 
     ASSERT_EQ(ftruncate(file.get(), 4 * block()), 0);
     drop_pages(file.get());
-    EXPECT_EQ(read_at(file.get(), 2 * block(), block()), block_of('\0'));
+    EXPECT_EQ(difference(read_at(file.get(), 2 * block(), block()), block_of('\0')), "");
 }
 
 TEST_P(MountedKernel, GrowingAfterTheClientWroteZeroesTheRestOfTheOldLastBlock)
@@ -106,7 +106,9 @@ TEST_P(MountedKernel, GrowingAfterTheClientWroteZeroesTheRestOfTheOldLastBlock)
 
     ASSERT_EQ(ftruncate(file.get(), block()), 0);
     drop_pages(file.get());
-    EXPECT_EQ(read_at(file.get(), half, half), std::string(static_cast<std::size_t>(half), '\0'));
+    EXPECT_EQ(difference(read_at(file.get(), half, half),
+                         std::string(static_cast<std::size_t>(half), '\0')),
+              "");
 }
 
 TEST_P(MountedKernel, GrowingBeforeTheClientWritesLosesNothing)
@@ -118,11 +120,12 @@ TEST_P(MountedKernel, GrowingBeforeTheClientWritesLosesNothing)
     drop_pages(file.get());
     volume().client_write(place_of(file.get(), 0), block_of('c'));
 
-    EXPECT_EQ(read_at(file.get(), 0, block()), block_of('c'));
+    EXPECT_EQ(difference(read_at(file.get(), 0, block()), block_of('c')), "");
     ASSERT_EQ(ftruncate(file.get(), half), 0);
     drop_pages(file.get());
-    EXPECT_EQ(read_at(file.get(), 0, block()),
-              block_of('c').substr(0, static_cast<std::size_t>(half)));
+    EXPECT_EQ(difference(read_at(file.get(), 0, block()),
+                         block_of('c').substr(0, static_cast<std::size_t>(half))),
+              "");
 }
 
 TEST_P(MountedKernel, CachedPageHidesWhatAClientWrote)
@@ -132,9 +135,10 @@ TEST_P(MountedKernel, CachedPageHidesWhatAClientWrote)
               std::string(static_cast<std::size_t>(4 * block()), 'o'));
     volume().client_write(place_of(file.get(), 0), block_of('c'));
 
-    EXPECT_EQ(read_at(file.get(), 0, block()), block_of('o')) << "hidden";
+    EXPECT_EQ(difference(read_at(file.get(), 0, block()), block_of('o')), "") << "hidden";
     drop_pages(file.get());
-    EXPECT_EQ(read_at(file.get(), 0, block()), block_of('c')) << "shown once dropped";
+    EXPECT_EQ(difference(read_at(file.get(), 0, block()), block_of('c')), "")
+        << "shown once dropped";
 }
 
 TEST_P(MountedKernel, DirtiedStalePageDestroysWhatAClientWrote)
@@ -147,8 +151,8 @@ TEST_P(MountedKernel, DirtiedStalePageDestroysWhatAClientWrote)
 
     std::string destroyed = block_of('o');
     destroyed[0] = 'L';
-    EXPECT_EQ(read_at(file.get(), 0, block()), destroyed);
-    EXPECT_EQ(volume().client_read(place_of(file.get(), 0), block()), destroyed);
+    EXPECT_EQ(difference(read_at(file.get(), 0, block()), destroyed), "");
+    EXPECT_EQ(difference(volume().client_read(place_of(file.get(), 0), block()), destroyed), "");
 }
 
 TEST_P(MountedKernel, DirtyPageIsNotYetWhereAClientReads)
@@ -156,11 +160,11 @@ TEST_P(MountedKernel, DirtyPageIsNotYetWhereAClientReads)
     const Descriptor file = file_of("f", 4, 'o');
     write_at(file.get(), 0, block_of('n'));
 
-    EXPECT_EQ(volume().client_read(place_of(file.get(), 0), block()), block_of('n'))
+    EXPECT_EQ(difference(volume().client_read(place_of(file.get(), 0), block()), block_of('n')), "")
         << "asking for the places with a sync writes it back";
     write_at(file.get(), 0, block_of('m'));
     const auto unsynced = runs_of(file.get(), /*sync=*/false);
-    EXPECT_EQ(volume().client_read(unsynced.at(0).physical, block()), block_of('n'))
+    EXPECT_EQ(difference(volume().client_read(unsynced.at(0).physical, block()), block_of('n')), "")
         << "asking without does not";
 }
 
@@ -185,11 +189,11 @@ TEST_P(MountedKernel, MappedPagesStayInTheCache)
 
     drop_pages(file.get());
     volume().client_write(place_of(file.get(), 0), block_of('c'));
-    EXPECT_EQ(read_at(file.get(), 0, block()), block_of('o'))
+    EXPECT_EQ(difference(read_at(file.get(), 0, block()), block_of('o')), "")
         << "a page that somebody maps does not go";
     EXPECT_EQ(munmap(const_cast<char*>(mapped), bytes), 0);
     drop_pages(file.get());
-    EXPECT_EQ(read_at(file.get(), 0, block()), block_of('c'));
+    EXPECT_EQ(difference(read_at(file.get(), 0, block()), block_of('c')), "");
 }
 
 TEST_P(MountedKernel, ReflinkedBlocksBelongToTwoFiles)
@@ -208,7 +212,7 @@ TEST_P(MountedKernel, ReflinkedBlocksBelongToTwoFiles)
     volume().client_write(place_of(file.get(), 0), block_of('c'));
 
     drop_pages(copy.get());
-    EXPECT_EQ(read_at(copy.get(), 0, block()), block_of('c'))
+    EXPECT_EQ(difference(read_at(copy.get(), 0, block()), block_of('c')), "")
         << "written for one file, changed in both";
 }
 
@@ -363,7 +367,7 @@ TEST_P(MountedKernel, HandleFollowsARenamedFile)
 
     const Descriptor found(open_by_handle_at(root.get(), handle.get(), O_RDONLY | O_CLOEXEC));
     ASSERT_TRUE(found.is_open()) << std::strerror(errno);
-    EXPECT_EQ(read_at(found.get(), 0, block()), block_of('o'));
+    EXPECT_EQ(difference(read_at(found.get(), 0, block()), block_of('o')), "");
 }
 
 // What a kernel lease says and what it does not.

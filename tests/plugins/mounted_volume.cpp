@@ -13,12 +13,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "client/disk.hpp"
 #include "tests/plugins/scratch.hpp"
@@ -138,7 +140,15 @@ void MountedVolume::mount()
 
 void MountedVolume::unmount()
 {
-    if (umount2(mount_point_.c_str(), 0) != 0) fail_system("unmounting " + mount_point_);
+    // Whoever had files open may be about to close them.
+    constexpr std::chrono::seconds kPatience{20};
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (umount2(mount_point_.c_str(), 0) != 0) {
+        if (errno != EBUSY || std::chrono::steady_clock::now() > end) {
+            fail_system("unmounting " + mount_point_);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     is_mounted_ = false;
 }
 
@@ -185,6 +195,17 @@ std::string read_at(int file, std::int64_t offset, std::int64_t bytes)
     EXPECT_GE(got, 0) << std::strerror(errno);
     content.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
     return content;
+}
+
+std::string difference(const std::string& seen, const std::string& expected)
+{
+    if (seen == expected) return {};
+    std::size_t at = 0;
+    while (at < seen.size() && at < expected.size() && seen[at] == expected[at]) ++at;
+    constexpr std::size_t kShown = 8;
+    return std::to_string(seen.size()) + " bytes instead of " + std::to_string(expected.size()) +
+           ", different from byte " + std::to_string(at) + " on: '" + seen.substr(at, kShown) +
+           "' instead of '" + expected.substr(at, kShown) + "'";
 }
 
 void sync_file(int file)

@@ -91,6 +91,8 @@ private:
 void write_at(int file, std::int64_t offset, const std::string& content);
 [[nodiscard]] std::string read_at(int file, std::int64_t offset, std::int64_t bytes);
 void sync_file(int file);
+// Says where two contents differ, in a line; nothing when they do not.
+[[nodiscard]] std::string difference(const std::string& seen, const std::string& expected);
 // Written back and dropped, as far as the kernel does it.
 void drop_pages(int file);
 // All runs; `sync` first makes the kernel give places to what has none yet.
