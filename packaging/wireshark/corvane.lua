@@ -1,5 +1,6 @@
 -- Dissector for the metadata protocol of corvaned: UDP, port 5501 unless the preference says otherwise.
--- Install: copy into Wireshark's personal or global Lua plug-in folder, or: tshark -X lua_script:corvane.lua
+-- Install: copy it (the package has it in /usr/share/corvane/wireshark) into Wireshark's personal or global Lua
+-- plug-in folder, or name it: tshark -X lua_script:corvane.lua
 -- Every message says its byte order in its first four bytes; this file reads both.
 
 local corvane = Proto("corvane", "Corvane metadata protocol")
