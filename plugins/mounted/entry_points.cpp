@@ -1,6 +1,9 @@
 // The plug-in's exported functions: check what came in, find the volume, hand on.
+#include <cstring>
 #include <mutex>
 #include <new>
+#include <span>
+#include <utility>
 
 #include "fsmdc/fs_plugin.h"
 #include "plugins/mounted/kernel_lease.hpp"
@@ -85,9 +88,12 @@ std::uint32_t FS_Init()
             const auto earlier = registry();
             if (earlier != nullptr) earlier->settle_all();
         }
-        if (!start_lease_thread()) return FS_E_MISC_ERROR;
-        start_worker();
         auto loaded = Registry::load();
+        // A host without mounted volumes needs neither threads nor signals.
+        if (!loaded->is_empty()) {
+            if (!start_lease_thread()) return FS_E_MISC_ERROR;
+            start_worker();
+        }
         const std::scoped_lock guard(g_registry_mutex);
         g_registry = std::move(loaded);
         return FS_E_SUCCESS;
@@ -169,6 +175,27 @@ std::uint32_t FS_GetMaxLeases(const void* volume_cookie, std::int32_t* read_s,
     return with_volume(volume_cookie, [&](const Volume& volume) {
         *read_s = volume.line.max_read_s;
         *write_s = volume.line.max_write_s;
+        return FS_E_SUCCESS;
+    });
+}
+
+std::uint32_t FS_GetPath(const void* volume_cookie, const void* file_cookie, char* path,
+                         std::uint32_t* room_bytes)
+{
+    if (path == nullptr || room_bytes == nullptr) return FS_E_MISC_ERROR;
+    const std::uint32_t room = std::exchange(*room_bytes, 0);
+    return with_volume(volume_cookie, [&](const Volume& volume) -> std::uint32_t {
+        std::string text = volume.line.mount_point();
+        if (file_cookie != nullptr) {
+            const auto file = read_file_cookie(volume.uuid(), file_cookie);
+            if (!file) return FS_E_BAD_FILE;
+            text = volume.files.path_of(*file);
+            // The kernel may know the file without knowing its directory.
+            if (!text.starts_with(volume.line.mount_point() + "/")) return FS_E_UNKNOWN_FILE;
+        }
+        if (text.size() >= room) return FS_E_OUT_OF_MEMORY;
+        std::memcpy(path, text.c_str(), text.size() + 1);
+        *room_bytes = static_cast<std::uint32_t>(text.size() + 1);
         return FS_E_SUCCESS;
     });
 }

@@ -88,6 +88,7 @@ std::uint32_t FileTable::map(const Volume& volume, const FileId& id, const MapRe
         // hold the file must be counted against that.
         const bool is_unlocked = (request.flag & FS_M_FLAG_UNLOCKED) != 0;
         if (is_unlocked && entry.holders == 0) return result;
+        entry.path = entry.file.path();
         const bool is_counted = entry.holders == 0 || may_be_new_holder(request);
         if (is_counted && entry.holders < UINT32_MAX) ++entry.holders;
         return result;
@@ -113,6 +114,13 @@ bool FileTable::unlock(const FileId& id)
     found->second->holders = 0;
     found->second->has_returned = true;
     return true;
+}
+
+std::string FileTable::path_of(const FileId& id)
+{
+    const Guard guard(mutex_);
+    const auto found = entries_.find(id);
+    return found != entries_.end() ? found->second->path : std::string();
 }
 
 void FileTable::settle(const FileId& id)

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "plugins/mounted/cookies.hpp"
 #include "plugins/mounted/lent_file.hpp"
@@ -26,6 +27,9 @@ public:
     // False when no map was out.
     bool unlock(const FileId& id);
 
+    // The path that a lent file had when it was lent; empty when it is not lent.
+    std::string path_of(const FileId& id);
+
     // Does what is left to do for a file that came back.
     void settle(const FileId& id);
 
@@ -41,6 +45,7 @@ private:
         std::uint32_t holders = 0;  // of a map: an upper bound. Guarded by the table's lock, as is:
         bool has_returned = false;  // the file is to be settled first
         bool is_gone = false;       // no longer in the table
+        std::string path;
     };
     using EntryPtr = std::shared_ptr<Entry>;
 

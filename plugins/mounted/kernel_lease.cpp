@@ -37,6 +37,8 @@ struct LeaseWatch {
     std::optional<Clock::time_point> until;  // when the kernel will; never without
     bool wants_to_write = false;
     std::string who;
+    Clock::time_point next_search;  // for who it is, ever more rarely
+    Clock::duration pause{};
 };
 
 namespace {
@@ -51,7 +53,9 @@ int lease_signal()
     return SIGRTMIN + 7;
 }
 
-constexpr std::chrono::milliseconds kLookAgain{20};
+// A program that waits is found at once; one that did not wait is looked for a few times.
+constexpr std::chrono::milliseconds kFirstPause{5};
+constexpr std::chrono::seconds kLastPause{2};
 
 std::string seconds_text(Clock::duration duration)
 {
@@ -62,7 +66,7 @@ std::string seconds_text(Clock::duration duration)
 
 std::string who_text(const std::string& who)
 {
-    return who.empty() ? "a program that did not wait" : who;
+    return who.empty() ? "a program that has not waited" : who;
 }
 
 // How long the kernel lets an opener wait.
@@ -135,35 +139,52 @@ private:
     void run() noexcept
     {
         thread_.store(gettid());
+        std::optional<Clock::time_point> next;
         for (;;) {
+            int timeout_ms = -1;
+            if (next) {
+                const auto left =
+                    std::chrono::ceil<std::chrono::milliseconds>(*next - Clock::now());
+                timeout_ms = static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 60000));
+            }
             pollfd wait{signals_.get(), POLLIN, 0};
-            (void)poll(&wait, 1, has_breaking_.load() ? static_cast<int>(kLookAgain.count()) : -1);
+            (void)poll(&wait, 1, timeout_ms);
             signalfd_siginfo taken{};
             while (read(signals_.get(), &taken, sizeof taken) > 0) continue;
             try {
-                look_at_all();
+                next = look_at_all();
             } catch (...) {
-                continue;  // out of memory for a line: the next look finds the same
+                next = Clock::now() + kLastPause;  // out of memory for a line: later, then
             }
         }
     }
 
-    void look_at_all()
+    // Returns when to look again; nothing: when a signal comes.
+    std::optional<Clock::time_point> look_at_all()
     {
         std::vector<WatchPtr> unknown;
+        std::optional<Clock::time_point> next;
+        const auto look_again_at = [&next](Clock::time_point when) {
+            if (!next || when < *next) next = when;
+        };
         {
             const Guard guard(mutex_);
-            bool has_breaking = false;
+            const auto now = Clock::now();
             for (const auto& watch : watches_) {
                 look_at(*watch);
-                has_breaking = has_breaking || (watch->is_breaking && !watch->is_lost);
-                if (watch->is_breaking && !watch->is_lost && watch->who.empty()) {
+                if (!watch->is_breaking || watch->is_lost) continue;
+                if (watch->until) look_again_at(*watch->until);
+                if (!watch->who.empty() || watch->pause > kLastPause) continue;
+                if (watch->next_search <= now) {
                     unknown.push_back(watch);
+                    watch->next_search = now + watch->pause;
+                    watch->pause *= 2;
                 }
+                look_again_at(watch->next_search);
             }
-            has_breaking_.store(has_breaking);
         }
         for (const auto& watch : unknown) find_who(watch);
+        return next;
     }
 
     // The search takes its time, so it is done without the lock; the descriptor may be closed
@@ -201,7 +222,8 @@ private:
             const auto patience = break_time();
             if (patience) watch.until = watch.since + *patience;
             open_count_.fetch_add(1);
-            has_breaking_.store(true);
+            watch.next_search = watch.since;
+            watch.pause = kFirstPause;
         }
         if (!watch.until || Clock::now() < *watch.until) return;
         watch.is_lost = true;
@@ -221,7 +243,6 @@ private:
     bool is_started_ = false;  // guarded by start_mutex_
     Descriptor signals_;
     std::atomic<pid_t> thread_{0};
-    std::atomic<bool> has_breaking_{false};
     std::atomic<std::uint64_t> open_count_{0};
     std::mutex mutex_;
     std::vector<WatchPtr> watches_;  // guarded by mutex_, and so is each lease

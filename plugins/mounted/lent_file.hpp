@@ -46,6 +46,9 @@ public:
     // nothing of it stays open or in memory.
     void settle();
 
+    // As it was when the file was lent.
+    [[nodiscard]] const std::string& path() const noexcept { return path_; }
+
 private:
     struct Plan {
         std::uint64_t named = 0;   // the size that clients are told

@@ -22,6 +22,8 @@ public:
 
     const Volume* find(const Uuid& uuid) const;
 
+    [[nodiscard]] bool is_empty() const noexcept { return volumes_.empty(); }
+
     // Ends every loan.
     void settle_all() const;
 

@@ -407,6 +407,20 @@ TEST_P(MountedLending, BadCookiesAreToldApart)
     EXPECT_EQ(plugin().unlock(file), FS_E_NOT_LOCKED);
 }
 
+TEST_P(MountedLending, LentFileIsToldByItsPath)
+{
+    const Cookies file = put("f", "data");
+    EXPECT_EQ(plugin().path_of(file), "result " + std::to_string(FS_E_UNKNOWN_FILE));
+    ASSERT_EQ(plugin().map(file).result, 0U);
+
+    const std::string path = volume().path("f");
+    EXPECT_EQ(plugin().path_of(file), path);
+    EXPECT_EQ(plugin().path_of(file, static_cast<std::uint32_t>(path.size())),
+              "result " + std::to_string(FS_E_OUT_OF_MEMORY));
+    EXPECT_EQ(plugin().mount_point_of(file), volume().mount_point());
+    EXPECT_EQ(plugin().unlock(file), 0U);
+}
+
 // Several clients and local programs at once: every call is answered, and at the end nothing is
 // held.
 TEST_P(MountedLending, ManyThreadsAtOnce)
