@@ -2,6 +2,9 @@
 #include "plugins/ext/extent_tree.hpp"
 
 #include <algorithm>
+#include <vector>
+
+#include "plugins/ext/volume_change.hpp"
 
 namespace corvane::ext {
 namespace {
@@ -38,6 +41,48 @@ ExtentTree::ExtentTree(ext2_filsys fs, ext2_ino_t inode_number, ext2_inode& inod
     handle_.reset(opened);
 }
 
+errcode_t ExtentTree::copy_path(std::uint64_t block)
+{
+    if (open_error_ != 0) return open_error_;
+    ext2_extent_info info{};
+    if (errcode_t error = ext2fs_extent_get_info(handle_.get(), &info)) return error;
+    for (int height = info.max_depth; height > 0; --height) {
+        const errcode_t found = ext2fs_extent_goto2(handle_.get(), height, block);
+        if (found != 0 && found != EXT2_ET_EXTENT_NOT_FOUND) return found;
+        ext2fs_extent node{};  // the entry that leads to it
+        errcode_t error = ext2fs_extent_get(handle_.get(), EXT2_EXTENT_CURRENT, &node);
+        if (error == 0 && !VolumeChange::is_new(fs_, node.e_pblk)) error = copy_node(node);
+        if (error != 0) return error;
+    }
+    return 0;
+}
+
+errcode_t ExtentTree::copy_node(ext2fs_extent& node)
+{
+    const blk64_t old_block = node.e_pblk;
+    blk64_t new_block = 0;
+    if (errcode_t error = ext2fs_new_block3(fs_, old_block, nullptr, &new_block, nullptr)) {
+        return error;
+    }
+    std::vector<char> content(fs_->blocksize);
+    ext2fs_block_alloc_stats2(fs_, new_block, +1);
+    errcode_t error = io_channel_read_blk64(fs_->io, old_block, 1, content.data());
+    if (error == 0) error = io_channel_write_blk64(fs_->io, new_block, 1, content.data());
+    node.e_pblk = new_block;
+    if (error == 0) error = ext2fs_extent_replace(handle_.get(), 0, &node);
+    if (error == 0) ext2fs_block_alloc_stats2(fs_, old_block, -1);
+    return error;
+}
+
+// On a full volume nodes are changed in place. Nothing can be added there, so that a node only
+// loses entries from its end or has them made written: with the inode at the right end of the
+// order (VolumeChange::Order) it fits the tree around it at any time.
+errcode_t ExtentTree::copy_path_if_room(std::uint64_t block)
+{
+    const errcode_t error = copy_path(block);
+    return error == EXT2_ET_BLOCK_ALLOC_FAIL ? 0 : error;
+}
+
 errcode_t ExtentTree::put(const Run& run, int how)
 {
     ext2fs_extent extent{};
@@ -72,6 +117,7 @@ errcode_t ExtentTree::make_written(std::uint64_t first, std::uint64_t end, std::
     if (open_error_ != 0) return open_error_;
     while (done_end < end) {
         Run extent;
+        if (errcode_t error = copy_path_if_room(done_end)) return error;
         if (errcode_t error = read_extent_at(done_end, extent)) return error;
         const std::uint64_t stop = std::min(end, extent.end());
         if (extent.is_unwritten) {
@@ -137,7 +183,8 @@ errcode_t ExtentTree::join_with_previous(std::uint64_t first)
 
 errcode_t ExtentTree::cut_from(std::uint64_t first, std::span<const Run> runs)
 {
-    if (open_error_ != 0) return open_error_;
+    // Of the nodes that are left, only those on the way to the first block cut off are changed.
+    if (errcode_t error = copy_path_if_room(first)) return error;
     for (auto run = runs.rbegin(); run != runs.rend() && run->end() > first; ++run) {
         const std::uint64_t least = std::max(run->logical, first);
         // A run is made of one extent or more: take them from its end.
@@ -163,8 +210,7 @@ errcode_t ExtentTree::cut_extent(const Run& extent, std::uint64_t first)
         if (error == EXT2_ET_NO_CURRENT_NODE) error = 0;  // the tree is empty
     }
     if (error != 0) return error;
-    ext2fs_block_alloc_stats_range(fs_, extent.physical + kept,
-                                   static_cast<blk_t>(extent.count - kept), -1);
+    VolumeChange::free_range(fs_, {extent.physical + kept, extent.count - kept});
     return ext2fs_iblk_sub_blocks(fs_, &inode_, extent.count - kept);
 }
 

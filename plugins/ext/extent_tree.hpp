@@ -11,12 +11,19 @@ namespace corvane::ext {
 // Longest run that one extent can hold, written or not.
 constexpr std::uint64_t kExtentLimit_blocks = EXT_UNINIT_MAX_LEN;
 
+// Used within a VolumeChange.
 class ExtentTree {
 public:
     // `inode` must live as long as the tree; changes to the tree go into it and onto the disk.
     ExtentTree(ext2_filsys fs, ext2_ino_t inode_number, ext2_inode& inode);
 
-    // Adds a run (at most kExtentLimit_blocks) where the file has a hole. On failure,
+    // Prepares a change around `block` of the file: puts copies into new blocks of those tree nodes
+    // on the way to it that the disk uses, so that the old tree stays whole there until the inode
+    // is written. EXT2_ET_BLOCK_ALLOC_FAIL when there is no room; some nodes may have been copied.
+    errcode_t copy_path(std::uint64_t block);
+
+    // Adds a run (at most kExtentLimit_blocks) where the file has a hole, after copy_path() for
+    // its first block. On failure,
     // EXT2_ET_BLOCK_ALLOC_FAIL when the tree cannot grow, the tree is as it was.
     errcode_t insert(const Run& run);
 
@@ -30,6 +37,8 @@ public:
 
 private:
     errcode_t cut_extent(const Run& extent, std::uint64_t first);
+    errcode_t copy_node(ext2fs_extent& node);
+    errcode_t copy_path_if_room(std::uint64_t block);
     errcode_t put(const Run& run, int how);
     errcode_t make_part_written(const Run& extent, std::uint64_t first, std::uint64_t end);
     errcode_t join_with_previous(std::uint64_t first);

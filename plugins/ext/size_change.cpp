@@ -7,7 +7,6 @@
 
 #include "plugins/common/block_ranges.hpp"
 #include "plugins/ext/extent_tree.hpp"
-#include "plugins/ext/volume_change.hpp"
 
 namespace corvane::ext {
 
@@ -59,16 +58,42 @@ std::uint32_t SizeChange::run()
     }
     if (!may_change) return FS_E_PRIVILEGE;
 
-    VolumeChange change(volume_);
-    if (!change.begin() || !apply() || !change.commit()) return FS_E_MISC_ERROR;
+    // What is cut off can be used again only when the cut is on the disk.
+    if (is_shrinking() && !take_step(&SizeChange::shrink, Order::InodeLast)) return FS_E_MISC_ERROR;
+    const bool is_done = new_bytes_ == old_bytes_ && !trim_from() && !lacks_blocks();
+    if (!is_done && !take_step(&SizeChange::apply, Order::InodeFirst)) return FS_E_MISC_ERROR;
     if (is_misfit_) return FS_E_MISC_ERROR;
     return is_short_ ? FS_E_SHORT_ALLOC : FS_E_SUCCESS;
+}
+
+// Takes a step as one change. What others are told of it waits until it is on the disk.
+bool SizeChange::take_step(bool (SizeChange::*step)(), Order order)
+{
+    VolumeChange change(volume_);
+    if (!change.begin() || !(this->*step)() || !write_size() || !reload_layout() ||
+        !change.commit(order)) {
+        return false;
+    }
+    old_bytes_ = new_bytes_;
+    volume_.locks.keep_layout(file_.id, layout_);
+    volume_.locks.set_prepared(file_.id, prepared_);
+    const bool has_more = !layout_->runs.empty() && layout_->runs.back().end() > end_block_;
+    if (!file_.has_extents()) volume_.locks.set_loan(file_.id, has_more);
+    // Clients may still have these blocks in a map: they are free on disk, but held back from use
+    // until the file is unlocked.
+    if (holders_ != 0) {
+        volume_.locks.hold_back(file_.id, cut_);
+        mark_held_back(volume_, cut_, /*is_held=*/true);
+    }
+    cut_.clear();
+    return true;
 }
 
 bool SizeChange::release_from(std::uint64_t first_block)
 {
     VolumeChange change(volume_);
-    return change.begin() && cut_from(first_block) && write_size() && change.commit();
+    return change.begin() && cut_from(first_block) && write_size() &&
+           change.commit(Order::InodeLast);
 }
 
 // Blocks of the volume are given back only when no other client can have them in a map.
@@ -107,19 +132,18 @@ std::vector<BlockRange> SizeChange::blocks_to_prepare() const
 
 bool SizeChange::apply()
 {
-    if (is_shrinking() && !shrink()) return false;
     // With a map out, somebody may have written there already what the new size is to show.
     if (new_bytes_ > old_bytes_ && holders_ == 0 && !zero_tail(old_bytes_)) return false;
     if (allocation_end_ && !fill()) return false;
     if (!reveal_prepared()) return false;
-    if (const auto first = trim_from(); first && !cut_from(*first)) return false;
-    return write_size() && reload_layout();
+    const auto first = trim_from();
+    return !first || cut_from(*first);
 }
 
 // Everything past the new end goes, so that blocks allocated there again read as zeros.
 bool SizeChange::shrink()
 {
-    return zero_tail(new_bytes_) && cut_from(end_block_) && reload_layout();
+    return zero_tail(new_bytes_) && cut_from(end_block_);
 }
 
 // Zeroes what the block that holds byte `end_bytes` - 1 has behind it.
@@ -189,18 +213,16 @@ bool SizeChange::reveal_prepared()
     return true;
 }
 
-// Clients may still have these blocks in a map: they are free on disk, but held back from use until
-// the file is unlocked.
 bool SizeChange::cut_from(std::uint64_t first_block)
 {
-    std::vector<BlockRange> freed;
+    const std::size_t old_count = cut_.size();
     for (const Run& run : layout_->runs) {
         const std::uint64_t first = std::max(run.logical, first_block);
         if (first < run.end()) {
-            freed.push_back({run.physical + (first - run.logical), run.end() - first});
+            cut_.push_back({run.physical + (first - run.logical), run.end() - first});
         }
     }
-    if (freed.empty()) return true;
+    if (cut_.size() == old_count) return true;
     const errcode_t error =
         file_.has_extents()
             ? ExtentTree(fs_, file_.id.inode, file_.inode).cut_from(first_block, layout_->runs)
@@ -208,10 +230,6 @@ bool SizeChange::cut_from(std::uint64_t first_block)
                            ~std::uint64_t{0});
     if (error != 0) return fail("free its blocks", error);
     prepared_ = clip_ranges(prepared_, 0, first_block);
-    if (holders_ != 0) {
-        volume_.locks.hold_back(file_.id, freed);
-        mark_held_back(volume_, freed, /*is_held=*/true);
-    }
     return true;
 }
 
@@ -219,12 +237,7 @@ bool SizeChange::reload_layout()
 {
     volume_.locks.forget_layout(file_.id);
     layout_ = load_layout(volume_, file_);
-    if (layout_ == nullptr) return false;
-    volume_.locks.keep_layout(file_.id, layout_);
-    volume_.locks.set_prepared(file_.id, prepared_);
-    const bool has_more = !layout_->runs.empty() && layout_->runs.back().end() > end_block_;
-    if (!file_.has_extents()) volume_.locks.set_loan(file_.id, has_more);
-    return true;
+    return layout_ != nullptr;
 }
 
 bool SizeChange::write_size()

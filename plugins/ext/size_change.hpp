@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "plugins/ext/volume.hpp"
+#include "plugins/ext/volume_change.hpp"
 
 namespace corvane::ext {
 
@@ -25,6 +26,8 @@ public:
     bool release_from(std::uint64_t first_block);
 
 private:
+    using Order = VolumeChange::Order;
+
     [[nodiscard]] bool is_shrinking() const noexcept { return new_bytes_ < old_bytes_; }
     [[nodiscard]] std::uint64_t size_limit_bytes() const noexcept;
     [[nodiscard]] std::optional<std::uint64_t> trim_from() const;
@@ -32,6 +35,7 @@ private:
     [[nodiscard]] std::vector<BlockRange> blocks_to_prepare() const;
     [[nodiscard]] std::uint64_t usable_blocks() const;
 
+    bool take_step(bool (SizeChange::*step)(), Order order);
     bool apply();
     bool shrink();
     bool zero_tail(std::uint64_t end_bytes);
@@ -53,9 +57,10 @@ private:
     OpenFile& file_;
     std::shared_ptr<const Layout> layout_;
     std::vector<BlockRange> prepared_;  // blocks of the file
+    std::vector<BlockRange> cut_;       // blocks of the volume that the file gave up
     const std::uint32_t holders_;
     const bool is_write_wish_;  // an allocation by itself: the caller is about to write
-    const std::uint64_t old_bytes_;
+    std::uint64_t old_bytes_;
     std::uint64_t new_bytes_;
     std::uint64_t end_block_ = 0;                  // one past the last block of the new size
     std::optional<std::uint64_t> allocation_end_;  // one past the last block asked for

@@ -13,7 +13,6 @@ namespace {
 constexpr std::uint64_t kTreeReserve_blocks = 8;
 // One data block without extents may take three indirect blocks with it.
 constexpr std::uint64_t kIndirectReserve_blocks = 4;
-constexpr std::uint64_t kZeroStep_blocks = 32768;
 
 }  // namespace
 
@@ -33,9 +32,11 @@ bool SizeChange::fill_hole(std::uint64_t first, std::uint64_t end)
     const bool is_past_end = first >= end_block_;
     const std::uint64_t reserve = is_past_end ? kTreeReserve_blocks : 0;
     while (first < end && !is_short_) {
+        const errcode_t error = ExtentTree(fs_, file_.id.inode, file_.inode).copy_path(first);
+        if (error != 0 && error != EXT2_ET_BLOCK_ALLOC_FAIL) return fail("copy its tree", error);
         const std::uint64_t usable = usable_blocks();
         Run run{first, 0, std::min(end - first, kExtentLimit_blocks), is_past_end};
-        if (usable <= reserve || !take_blocks(usable - reserve, run)) {
+        if (error != 0 || usable <= reserve || !take_blocks(usable - reserve, run)) {
             is_short_ = true;
             break;
         }
@@ -57,7 +58,7 @@ bool SizeChange::take_blocks(std::uint64_t limit, Run& run)
     if (ext2fs_new_range(fs_, 0, goal, wanted, nullptr, &found, &count) != 0) return false;
     run.physical = found;
     run.count = std::min<std::uint64_t>(count, wanted);
-    ext2fs_block_alloc_stats_range(fs_, run.physical, static_cast<blk_t>(run.count), +1);
+    VolumeChange::take_range(fs_, {run.physical, run.count});
     return true;
 }
 
@@ -75,7 +76,7 @@ bool SizeChange::add_run(const Run& run)
         return true;
     }
     if (is_counted) ext2fs_iblk_sub_blocks(fs_, &file_.inode, run.count);
-    ext2fs_block_alloc_stats_range(fs_, run.physical, static_cast<blk_t>(run.count), -1);
+    VolumeChange::free_range(fs_, {run.physical, run.count});
     is_short_ = true;
     const bool is_full = !is_counted || error == EXT2_ET_BLOCK_ALLOC_FAIL;
     return is_full || fail("add to its extents", error);
@@ -98,13 +99,8 @@ bool SizeChange::fill_hole_indirect(std::uint64_t first, std::uint64_t end)
 
 bool SizeChange::zero_blocks(std::uint64_t first, std::uint64_t count)
 {
-    for (std::uint64_t done = 0; done < count; done += kZeroStep_blocks) {
-        const auto step = static_cast<int>(std::min(kZeroStep_blocks, count - done));
-        if (errcode_t error = ext2fs_zero_blocks2(fs_, first + done, step, nullptr, nullptr)) {
-            return fail("zero its new blocks", error);
-        }
-    }
-    return true;
+    const errcode_t error = io_channel_zeroout(fs_->io, first, count);
+    return error == 0 || fail("zero its new blocks", error);
 }
 
 }  // namespace corvane::ext

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "plugins/ext/staged_io.hpp"
 #include "plugins/ext/volume.hpp"
 
 namespace corvane::ext {
@@ -95,7 +96,7 @@ std::string open_parts(Volume& volume)
     const int flags = EXT2_FLAG_64BITS | EXT2_FLAG_SKIP_MMP | (line.writable ? EXT2_FLAG_RW : 0);
     // Empty options, not null: otherwise a "?" in the path would begin options of its own.
     const errcode_t error =
-        ext2fs_open2(line.source.c_str(), "", flags, 0, 0, unix_io_manager, &opened);
+        ext2fs_open2(line.source.c_str(), "", flags, 0, 0, StagedIo::manager(), &opened);
     volume.fs.reset(opened);
     if (error != 0) return explain_open_error(error, line.source);
     std::memcpy(volume.uuid.data(), volume.fs->super->s_uuid, volume.uuid.size());
