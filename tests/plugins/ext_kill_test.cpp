@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <iostream>
 #include <random>
 
@@ -20,10 +21,21 @@ const Plugin& plugin()
     return loaded;
 }
 
-[[noreturn]] void change_sizes_until_killed(const Scratch& scratch, const std::string& lines)
+// The moments of the kills differ from run to run all the same.
+unsigned seed()
+{
+    const char* const given = std::getenv("CORVANE_TEST_SEED");
+    static const unsigned chosen = given != nullptr
+                                       ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
+                                       : std::random_device{}();
+    return chosen;
+}
+
+[[noreturn]] void change_sizes_until_killed(const Scratch& scratch, const std::string& lines,
+                                            unsigned random_seed)
 {
     serve(plugin(), scratch, lines);
-    std::mt19937 random(static_cast<unsigned>(getpid()));
+    std::mt19937 random(random_seed);
     const auto f = plugin().find("/mnt/v/f");
     const auto g = plugin().find("/mnt/v/g");
     for (;;) {
@@ -63,11 +75,14 @@ TEST_P(ExtKill, VolumeIsCleanOrSaysThatItIsNot)
     image.put("g", "");
     image.put("untouched", untouched);
     const std::string lines = "/mnt/v ext " + image.path() + " rw\n";
-    std::mt19937 random(std::random_device{}());
+    std::cout << "CORVANE_TEST_SEED=" << seed() << "\n";
+    std::mt19937 random(seed());
     int marked = 0;
     for (int round = 0; round < 25; ++round) {
         const pid_t child = fork();
-        if (child == 0) change_sizes_until_killed(scratch, lines);
+        if (child == 0) {
+            change_sizes_until_killed(scratch, lines, seed() + static_cast<unsigned>(round));
+        }
         usleep(20000 + static_cast<useconds_t>(random() % 40000));
         kill(child, SIGKILL);
         ASSERT_EQ(waitpid(child, nullptr, 0), child);
