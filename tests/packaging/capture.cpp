@@ -22,12 +22,6 @@ bool is_installed(const std::string& program)
     return std::system(("command -v " + program + " >/dev/null").c_str()) == 0;
 }
 
-std::string source_file(const std::string& name)
-{
-    std::ifstream file(std::string(CORVANE_SOURCE_DIR) + "/" + name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 std::vector<std::string> split(const std::string& text, char separator)
 {
     std::vector<std::string> parts;
@@ -51,6 +45,12 @@ std::string shown(const codec::Bytes& message, std::size_t at, const Place& plac
 }
 
 }  // namespace
+
+std::string source_file(const std::string& name)
+{
+    std::ifstream file(std::string(CORVANE_SOURCE_DIR) + "/" + name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
 Fields header_fields(const codec::Bytes& message)
 {

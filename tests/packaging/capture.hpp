@@ -50,6 +50,9 @@ private:
     pid_t capturer_ = -1;
 };
 
+// A file of the source tree; empty when there is none.
+[[nodiscard]] std::string source_file(const std::string& name);
+
 // The LAN header's fields as tshark shows them.
 [[nodiscard]] Fields header_fields(const codec::Bytes& message);
 

@@ -325,7 +325,7 @@ TEST_F(MalformedMessages, BadLengthsAreMarkedInBothOrders)
         codec::Header head = header(order);
         head.length = 47;
         refused("length 47", codec::close_file(head, 1), "Length field below 48", 6,
-                "Close reply: invalid message length");
+                "Close reply: FS_E_INVALID_MSG_LENGTH (invalid message length)");
         head = header(order);
         head.length = 100;
         marked("length 100 of 60", codec::close_file(head, 1),
@@ -346,7 +346,8 @@ TEST_F(MalformedMessages, UnknownFunctionsKeepTheirDirection)
             head.function = function;
             refused("function " + std::to_string(function), codec::request(head, 48),
                     "Unknown function", 8,
-                    "reply to function " + std::to_string(function) + ": unknown message function");
+                    "reply to function " + std::to_string(function) +
+                        ": FS_UNKNOWN_FUNCTION (unknown message function)");
         }
     }
     check_frames();
@@ -510,23 +511,38 @@ TEST_F(BigEndianController, CountsThatRunPastTheDatagramAreMarked)
     check_frames();
 }
 
-// The dissector's names are the library's texts, no more and no fewer.
+// Names by code, as the public header gives them.
+std::map<std::uint32_t, std::string> header_names()
+{
+    std::map<std::uint32_t, std::string> names;
+    std::istringstream header(source_file("fsmdc/fs_result.h"));
+    for (std::string line; std::getline(header, line);) {
+        std::istringstream words(line);
+        std::string define, name;
+        std::uint32_t code = 0;
+        if (words >> define >> name >> code && define == "#define") names[code] = name;
+    }
+    return names;
+}
+
+// The dissector names results as the header does, in the library's words, no more and no fewer.
 TEST_F(CaptureTest, ResultsAreNamedAsTheLibraryNamesThem)
 {
+    const std::string start = "V\tcorvane.result\t";
     std::map<std::uint32_t, std::string> named;
     std::istringstream lines(tshark({"-G", "values"}));
     for (std::string line; std::getline(lines, line);) {
-        const std::string start = "V\tcorvane.result\t";
         if (line.compare(0, start.size(), start) != 0) continue;
-        const auto tab = line.find('\t', start.size());
-        named[static_cast<std::uint32_t>(std::stoul(line.substr(start.size())))] =
-            line.substr(tab + 1);
+        const auto code = static_cast<std::uint32_t>(std::stoul(line.substr(start.size())));
+        named[code] = line.substr(line.find('\t', start.size()) + 1);
     }
     std::map<std::uint32_t, std::string> expected;
-    for (std::uint32_t code = 0; code < 2000; ++code) {
+    for (const auto& [code, name] : header_names()) {
         const wchar_t* const text = FSERR_GetErrorString(code);
-        if (text != nullptr) expected[code] = std::string(text, text + std::wcslen(text));
+        ASSERT_NE(text, nullptr) << name;
+        expected[code] = name + " (" + std::string(text, text + std::wcslen(text)) + ")";
     }
+    EXPECT_EQ(expected.size(), 25U);
     EXPECT_EQ(named, expected);
 }
 
