@@ -117,6 +117,15 @@ public:
         return !watch.is_lost;
     }
 
+    bool could_write(LeaseWatch& watch)
+    {
+        const Guard guard(mutex_);
+        look_at(watch);
+        if (watch.is_lost || fcntl(watch.descriptor, F_SETLEASE, F_WRLCK) != 0) return false;
+        (void)fcntl(watch.descriptor, F_SETLEASE, watch.type);  // a weaker one is always granted
+        return true;
+    }
+
     void release(const WatchPtr& watch)
     {
         const Guard guard(mutex_);
@@ -273,6 +282,11 @@ int KernelLease::take(int descriptor, LeaseKind kind,
 bool KernelLease::is_held() const
 {
     return watch_ != nullptr && keeper().is_held(*watch_);
+}
+
+bool KernelLease::could_write() const
+{
+    return watch_ != nullptr && keeper().could_write(*watch_);
 }
 
 void KernelLease::release()

@@ -32,6 +32,10 @@ public:
     // Whether the lease still protects the file: also while an opener waits.
     [[nodiscard]] bool is_held() const;
 
+    // Whether a lease for writing could be had now in place of one for reading, which stays: nobody
+    // else has the file open.
+    [[nodiscard]] bool could_write() const;
+
     // Lets an opener that waits go on.
     void release();
 

@@ -202,10 +202,7 @@ std::uint32_t LentFile::lend_once(LeaseKind kind, bool& has_changed)
     if (result == FS_E_SUCCESS) result = read_blocks(before);
     if (result != FS_E_SUCCESS) return result;
     const std::uint64_t size_before = real_bytes();
-    const int error =
-        lease_.take(file_.get(), kind, [volume = &volume_, path = path_](const std::string& text) {
-            volume->report(path + ": " + text);
-        });
+    const int error = take_lease(kind);
     if (error == EAGAIN) {
         return refuse_in_use(kind == LeaseKind::kRead ? "it is open for writing" : "it is open");
     }
@@ -220,6 +217,14 @@ std::uint32_t LentFile::lend_once(LeaseKind kind, bool& has_changed)
     }
     extents_ = std::move(after);
     return FS_E_SUCCESS;
+}
+
+int LentFile::take_lease(LeaseKind kind)
+{
+    return lease_.take(file_.get(), kind,
+                       [volume = &volume_, path = path_](const std::string& text) {
+                           volume->report(path + ": " + text);
+                       });
 }
 
 std::uint32_t LentFile::drop_pages()
@@ -247,6 +252,8 @@ std::uint32_t LentFile::start_writing()
     const bool is_guarded = ioctl(file_.get(), FS_IOC_GETFLAGS, &flags) == 0 &&
                             (flags & (FS_IMMUTABLE_FL | FS_APPEND_FL)) != 0;
     if (!volume_.line.writable || is_guarded) return FS_E_PRIVILEGE;
+    // A refusal must not cost those who read their lease: it is given up only when nobody is there.
+    if (lease_.is_held() && !lease_.could_write()) return refuse_in_use("it is open");
     lease_.release();
     file_.reset();
     std::uint32_t result = reopen(O_RDWR, file_);
@@ -267,7 +274,13 @@ void LentFile::return_to_reading()
 {
     lease_.release();
     file_.reset();
-    if (reopen(O_RDONLY, file_) == FS_E_SUCCESS) (void)lend(LeaseKind::kRead);  // it logs why not
+    if (reopen(O_RDONLY, file_) != FS_E_SUCCESS) return;
+    // Maps for reading are out, and what this host has in memory need not go for them: as long as
+    // nobody writes, it is what the disk has.
+    std::vector<FileExtent> now;
+    const bool is_as_before =
+        take_lease(LeaseKind::kRead) == 0 && read_blocks(now) == FS_E_SUCCESS && now == extents_;
+    if (!is_as_before) (void)lend(LeaseKind::kRead);  // it logs why not
 }
 
 void LentFile::settle()

@@ -67,6 +67,7 @@ private:
     std::uint32_t ensure_lent();
     std::uint32_t lend(LeaseKind kind);
     std::uint32_t lend_once(LeaseKind kind, bool& has_changed);
+    int take_lease(LeaseKind kind);
     std::uint32_t start_writing();
     void return_to_reading();
     std::uint32_t drop_pages();

@@ -214,6 +214,31 @@ TEST_P(MountedPromise, FileInUseIsNotLent)
     (void)plugin().unlock(cookies);
 }
 
+// A client that may not write still reads: what it was refused must not let local programs change
+// the blocks that its map names.
+TEST_P(MountedPromise, RefusedWriterKeepsWhatItMayRead)
+{
+    put("f", blocks_of(4, 'o'));
+    const Cookies cookies = find("f");
+    const Map map = plugin().map(cookies);
+    const auto bytes = static_cast<std::size_t>(4 * block());
+    void* mapped = nullptr;
+    {
+        const Descriptor reader = open_file(volume().path("f"), O_RDONLY);
+        mapped = mmap(nullptr, bytes, PROT_READ, MAP_SHARED, reader.get(), 0);
+        ASSERT_NE(mapped, MAP_FAILED);
+        EXPECT_EQ(*static_cast<const volatile char*>(mapped), 'o');
+    }
+    EXPECT_EQ(plugin().set_sizes(cookies, -1, 4 * block()), FS_E_NO_DIRECT);
+
+    const Descriptor writer(open(volume().path("f").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    EXPECT_FALSE(writer.is_open());
+    EXPECT_EQ(errno, EWOULDBLOCK);
+    EXPECT_EQ(difference(read_mapped(volume(), map, 0, 4 * block()), blocks_of(4, 'o')), "");
+    (void)plugin().unlock(cookies);
+    EXPECT_EQ(munmap(mapped, bytes), 0);
+}
+
 TEST_P(MountedPromise, ReflinkedFileIsLentForReadingAlone)
 {
     if (!GetParam().has_reflinks) GTEST_SKIP() << "ext4 has no reflinks";
