@@ -93,6 +93,8 @@ std::uint32_t FS_Init()
         if (!loaded->is_empty()) {
             if (!start_lease_thread()) return FS_E_MISC_ERROR;
             start_worker();
+            const std::string record = corvane::plugin::volumes_file_path() + ".lent";
+            Registry::adopt_all(loaded, open_loan_record(record));
         }
         const std::scoped_lock guard(g_registry_mutex);
         g_registry = std::move(loaded);

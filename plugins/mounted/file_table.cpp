@@ -112,6 +112,7 @@ bool FileTable::unlock(const FileId& id)
     const auto found = entries_.find(id);
     if (found == entries_.end() || found->second->holders == 0) return false;
     found->second->holders = 0;
+    found->second->is_adopted = false;
     found->second->has_returned = true;
     return true;
 }
@@ -121,6 +122,31 @@ std::string FileTable::path_of(const FileId& id)
     const Guard guard(mutex_);
     const auto found = entries_.find(id);
     return found != entries_.end() ? found->second->path : std::string();
+}
+
+void FileTable::adopt(const Volume& volume, const Loan& loan)
+{
+    (void)with_file(volume, loan.file, [&](Entry& entry) -> std::uint32_t {
+        {
+            const Guard guard(mutex_);
+            if (entry.holders != 0) return FS_E_SUCCESS;
+        }
+        if (!entry.file.adopt(loan)) return FS_E_BAD_FILE;
+        const Guard guard(mutex_);
+        entry.holders = 1;
+        entry.is_adopted = true;
+        entry.path = entry.file.path();
+        return FS_E_SUCCESS;
+    });
+}
+
+void FileTable::end_adopted(const Volume& volume, const Loan& loan)
+{
+    (void)with_file(volume, loan.file, [&](Entry& entry) -> std::uint32_t {
+        const Guard guard(mutex_);
+        if (std::exchange(entry.is_adopted, false)) --entry.holders;
+        return FS_E_SUCCESS;
+    });
 }
 
 void FileTable::settle(const FileId& id)
@@ -144,6 +170,7 @@ void FileTable::settle_all()
         for (auto& [id, entry] : entries_) {
             if (entry->holders != 0) entry->has_returned = true;
             entry->holders = 0;
+            entry->is_adopted = false;
             all.push_back(id);
         }
     }

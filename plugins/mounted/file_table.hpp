@@ -33,6 +33,12 @@ public:
     // Does what is left to do for a file that came back.
     void settle(const FileId& id);
 
+    // Lends a file again that an earlier process had lent for writing when it was killed.
+    void adopt(const Volume& volume, const Loan& loan);
+
+    // The time of such a loan is over; clients that came since keep theirs.
+    void end_adopted(const Volume& volume, const Loan& loan);
+
     // Ends every loan, for good.
     void settle_all();
 
@@ -44,6 +50,7 @@ private:
         LentFile file;
         std::uint32_t holders = 0;  // of a map: an upper bound. Guarded by the table's lock, as is:
         bool has_returned = false;  // the file is to be settled first
+        bool is_adopted = false;    // one of the holders had its map from an earlier process
         bool is_gone = false;       // no longer in the table
         std::string path;
     };

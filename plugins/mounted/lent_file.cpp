@@ -283,6 +283,42 @@ void LentFile::return_to_reading()
     if (!is_as_before) (void)lend(LeaseKind::kRead);  // it logs why not
 }
 
+bool LentFile::adopt(const Loan& loan)
+{
+    std::uint32_t result = ensure_lent();
+    const bool is_same =
+        result == FS_E_SUCCESS && real_bytes() == loan.real && changed_ns() == loan.changed_ns;
+    if (is_same) result = start_writing();
+    if (!is_same || result != FS_E_SUCCESS) {
+        report(
+            "it was lent when the daemon was killed, and changed or is in use since; its size "
+            "stays as it is");
+        forget_loan(volume_.uuid(), id_);
+        return false;
+    }
+    named_ = loan.named;
+    report("it was lent when the daemon was killed, and is so again");
+    return true;
+}
+
+std::int64_t LentFile::changed_ns() const
+{
+    struct stat status {};
+    if (fstat(file_.get(), &status) != 0) return 0;
+    return status.st_mtim.tv_sec * std::int64_t{1000000000} + status.st_mtim.tv_nsec;
+}
+
+// What the next daemon has to know if this one is killed.
+void LentFile::note_sizes() const
+{
+    const std::uint64_t real = real_bytes();
+    if (real != named_) {
+        note_loan({volume_.uuid(), id_, named_, real, changed_ns()});
+    } else {
+        forget_loan(volume_.uuid(), id_);
+    }
+}
+
 void LentFile::settle()
 {
     if (is_open()) {
@@ -306,11 +342,13 @@ void LentFile::settle_size()
     const std::uint64_t real = real_bytes();
     if (!lease_.is_held() && real != last_real_) {
         report("somebody changed its size while it was lent; it stays as it is");
+        forget_loan(volume_.uuid(), id_);
         return;
     }
     std::uint32_t result = FS_E_SUCCESS;
     if (real != named_) result = resize(named_, /*keeps_tail=*/false);
     if (result != FS_E_SUCCESS) report("its size could not be set to " + std::to_string(named_));
+    forget_loan(volume_.uuid(), id_);
     if (lease_.is_held()) give_back();
     // Clients wrote without the kernel's knowledge: others go by this time.
     (void)futimens(file_.get(), nullptr);

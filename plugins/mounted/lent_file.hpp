@@ -11,6 +11,7 @@
 #include "plugins/mounted/descriptor.hpp"
 #include "plugins/mounted/file_extents.hpp"
 #include "plugins/mounted/kernel_lease.hpp"
+#include "plugins/mounted/loan_record.hpp"
 
 namespace corvane::mounted {
 
@@ -41,6 +42,10 @@ public:
 
     std::uint32_t map(const MapRequest& request, void* record, std::uint32_t& room_bytes);
     std::uint32_t set_sizes(const SizeRequest& request);
+
+    // Takes up a loan for writing that an earlier process was killed over. False when there is
+    // nothing to take up: the file has that size, or somebody changed it since.
+    bool adopt(const Loan& loan);
 
     // The map came back: the file gets its size, what was allocated in vain is given back, and
     // nothing of it stays open or in memory.
@@ -78,6 +83,8 @@ private:
     [[nodiscard]] std::uint64_t whole_blocks(std::uint64_t bytes) const;
     void report(const std::string& text) const;
     void settle_size();
+    void note_sizes() const;
+    [[nodiscard]] std::int64_t changed_ns() const;
 
     // lent_sizes.cpp: sizes and allocations.
     [[nodiscard]] std::uint64_t map_end() const;

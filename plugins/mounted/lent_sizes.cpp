@@ -107,6 +107,7 @@ std::uint32_t LentFile::set_sizes(const SizeRequest& request)
     if (result != FS_E_SUCCESS && was_open && is_writing_ && request.file_size >= 0) {
         // The kernel let somebody in, yet the client may say where its file ends.
         named_ = static_cast<std::uint64_t>(request.file_size);
+        note_sizes();
         return request.file_size <= static_cast<std::int64_t>(last_real_) ? FS_E_SUCCESS : result;
     }
     if (result != FS_E_SUCCESS) return result;
@@ -174,6 +175,7 @@ std::uint32_t LentFile::carry_out(Plan plan, std::uint32_t holders)
         const std::uint64_t had = std::max({whole_blocks(plan.named), done_end, old_real});
         if (had < real_bytes()) result = resize(had, /*keeps_tail=*/false);
     }
+    note_sizes();
     if (result != FS_E_SUCCESS && result != FS_E_SHORT_ALLOC) return result;
     result = drop_pages();
     if (result == FS_E_SUCCESS) result = read_blocks(extents_);
@@ -253,6 +255,7 @@ std::uint32_t LentFile::align_end()
     const std::uint64_t real = real_bytes();
     if (real == whole_blocks(real)) return FS_E_SUCCESS;
     const auto result = resize(whole_blocks(real), /*keeps_tail=*/false);
+    note_sizes();
     return result == FS_E_SUCCESS ? read_blocks(extents_) : result;
 }
 

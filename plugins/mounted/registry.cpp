@@ -1,6 +1,10 @@
 // Loads the list of volumes and looks volumes up.
 #include "plugins/mounted/registry.hpp"
 
+#include <chrono>
+
+#include "plugins/mounted/worker.hpp"
+
 namespace corvane {
 
 const char* const plugin::kPluginName = "mounted";
@@ -65,6 +69,22 @@ const Volume* Registry::find(const Uuid& uuid) const
 void Registry::settle_all() const
 {
     for (const auto& volume : volumes_) volume->files.settle_all();
+}
+
+void Registry::adopt_all(const std::shared_ptr<const Registry>& registry,
+                         const std::vector<Loan>& loans)
+{
+    // The daemon's own longest lease for writing, unless the list says less.
+    constexpr std::chrono::seconds kDefaultLease{3600};
+    const auto now = std::chrono::steady_clock::now();
+    for (const Loan& loan : loans) {
+        const Volume* const volume = registry->find(loan.volume);
+        if (volume == nullptr) continue;
+        volume->files.adopt(*volume, loan);
+        const std::chrono::seconds lease(volume->line.max_write_s);
+        queue_work_at(now + (lease.count() > 0 ? lease : kDefaultLease),
+                      [registry, volume, loan] { volume->files.end_adopted(*volume, loan); });
+    }
 }
 
 }  // namespace mounted

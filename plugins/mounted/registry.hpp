@@ -27,6 +27,10 @@ public:
     // Ends every loan.
     void settle_all() const;
 
+    // Takes up what an earlier process had lent; ends it when the longest lease is over.
+    static void adopt_all(const std::shared_ptr<const Registry>& registry,
+                          const std::vector<Loan>& loans);
+
 private:
     void add(const VolumeLine& line);
 

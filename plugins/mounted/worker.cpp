@@ -2,12 +2,14 @@
 #include "plugins/mounted/worker.hpp"
 
 #include <condition_variable>
-#include <deque>
+#include <map>
 #include <mutex>
 #include <thread>
 
 namespace corvane::mounted {
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 class Worker {
 public:
@@ -19,26 +21,40 @@ public:
         is_started_ = true;
     }
 
-    void push(std::function<void()> job)
+    void push(Clock::time_point when, std::function<void()> job)
     {
         {
             const std::scoped_lock guard(mutex_);
-            jobs_.push_back(std::move(job));
+            jobs_.emplace(when, std::move(job));
         }
         wakes_.notify_one();
     }
 
 private:
+    // Waits until a job's time has come.
+    std::function<void()> take()
+    {
+        std::unique_lock guard(mutex_);
+        for (;;) {
+            if (jobs_.empty()) {
+                wakes_.wait(guard);
+                continue;
+            }
+            const auto first = jobs_.begin();
+            if (first->first <= Clock::now()) {
+                auto job = std::move(first->second);
+                jobs_.erase(first);
+                return job;
+            }
+            const auto when = first->first;
+            wakes_.wait_until(guard, when);
+        }
+    }
+
     void run() noexcept
     {
         for (;;) {
-            std::function<void()> job;
-            {
-                std::unique_lock guard(mutex_);
-                wakes_.wait(guard, [this] { return !jobs_.empty(); });
-                job = std::move(jobs_.front());
-                jobs_.pop_front();
-            }
+            const std::function<void()> job = take();
             try {
                 job();
             } catch (...) {
@@ -50,7 +66,7 @@ private:
     std::mutex mutex_;
     std::condition_variable wakes_;
     bool is_started_ = false;
-    std::deque<std::function<void()>> jobs_;
+    std::multimap<Clock::time_point, std::function<void()>> jobs_;  // in order, also of equal times
 };
 
 // Lives as long as the process: its thread never ends.
@@ -69,7 +85,12 @@ void start_worker()
 
 void queue_work(std::function<void()> job)
 {
-    worker().push(std::move(job));
+    worker().push(Clock::now(), std::move(job));
+}
+
+void queue_work_at(std::chrono::steady_clock::time_point when, std::function<void()> job)
+{
+    worker().push(when, std::move(job));
 }
 
 }  // namespace corvane::mounted
