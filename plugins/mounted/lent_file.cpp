@@ -178,7 +178,15 @@ std::uint32_t LentFile::ensure_lent()
         return lend(LeaseKind::kRead);
     }
     if (lease_.is_held()) return FS_E_SUCCESS;
-    return lend(is_writing_ ? LeaseKind::kWrite : LeaseKind::kRead);
+    const auto result = lend(is_writing_ ? LeaseKind::kWrite : LeaseKind::kRead);
+    const std::uint64_t real = real_bytes();
+    if (result == FS_E_SUCCESS && is_writing_ && real != last_real_) {
+        // Whoever the kernel let in had the last word.
+        report("somebody changed its size while it was lent; that size counts now");
+        named_ = real;
+        last_real_ = real;
+    }
+    return result;
 }
 
 std::uint32_t LentFile::lend(LeaseKind kind)
