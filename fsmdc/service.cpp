@@ -1,6 +1,8 @@
 // Start-up of the metadata service, and its information dump.
 #include "fsmdc/service.h"
 
+#include <dlfcn.h>
+
 #include <cstdint>
 
 #include "fsmdc/dispatch.hpp"
@@ -9,6 +11,7 @@
 #include "fsmdc/lease.h"
 #include "fsmdc/lease_list.hpp"
 #include "fsmdc/messages.h"
+#include "fsmdc/plugin_calls.hpp"
 #include "fsmdc/reply.hpp"
 #include "lan/server.h"
 #include "mdcmain/log.h"
@@ -25,6 +28,14 @@ namespace {
     return library.version < FS_PLUGIN_VERSION_LIMIT && library.FS_Init() == 0;
 }
 
+// The file that a plug-in was loaded from, for the counters.
+[[nodiscard]] const char* file_of(const FsLibrary& library) noexcept
+{
+    Dl_info file{};
+    const int found = dladdr(reinterpret_cast<const void*>(library.FS_GetVersion), &file);
+    return found != 0 ? file.dli_fname : nullptr;
+}
+
 // A rejected plug-in leaves its slot empty; the next one goes into the next slot.
 [[nodiscard]] std::uint32_t load_plug_ins() noexcept
 {
@@ -35,6 +46,7 @@ namespace {
         slot = library;
         if (accept(*library)) {
             ++libCount;
+            name_plugin(slot_of(library), file_of(*library));
         } else {
             slot = nullptr;
             result = FS_E_MISC_ERROR;

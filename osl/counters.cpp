@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <limits>
 #include <new>
@@ -20,7 +21,7 @@
 #include "osl/descriptor.hpp"
 #include "osl/shared_word.hpp"
 
-static_assert(offsetof(CountersPage, started_s) == 32 && offsetof(CountersPage, blocks) == 64);
+static_assert(offsetof(CountersPage, started_s) == 32 && offsetof(CountersPage, blocks) == 2112);
 static_assert(sizeof(CountersBlock) % 64 == 0, "blocks begin on cache lines");
 
 namespace corvane {
@@ -99,6 +100,14 @@ void count_plugin_call(unsigned slot, unsigned call, bool refused) noexcept
     if (refused) count_in(seat, seat.block->plugin_errors[slot][call]);
 }
 
+void name_plugin(std::size_t slot, const char* path) noexcept
+{
+    if (slot >= COUNTERS_PLUGINS || path == nullptr) return;
+    const char* const slash = std::strrchr(path, '/');
+    (void)std::snprintf(g_private_page.plugin_names[slot], COUNTERS_NAME_BYTES, "%s",
+                        slash != nullptr ? slash + 1 : path);  // a longer one is cut
+}
+
 std::uint64_t latency_clock() noexcept
 {
     std::timespec now{};
@@ -152,6 +161,8 @@ int32_t counters_publish(uint32_t port) noexcept
         mmap(nullptr, sizeof(CountersPage), PROT_READ | PROT_WRITE, MAP_SHARED, object.get(), 0);
     if (at == MAP_FAILED) return errno;
     auto* const page = new (at) CountersPage{};
+    std::memcpy(page->plugin_names, corvane::g_private_page.plugin_names,
+                sizeof page->plugin_names);
     corvane::fill_header(*page, port);
     // Listener threads may be counting already: what was written above is theirs with the pointer.
     std::atomic_ref<CountersPage*>(corvane::g_page).store(page, std::memory_order_release);

@@ -27,6 +27,7 @@ extern "C" {
 #define COUNTERS_CALLS 8      /* plug-in entry points, COUNTERS_CALL_... */
 #define COUNTERS_EVENTS 16    /* single counters, COUNTERS_EVENT_... */
 #define COUNTERS_BLOCKS 64    /* threads beyond them share the last one */
+#define COUNTERS_NAME_BYTES 64
 
 enum {
     COUNTERS_CALL_GET_VOL_COOKIE,
@@ -66,17 +67,19 @@ typedef struct CountersBlock {
 
 /* The whole page. */
 typedef struct CountersPage {
-    uint32_t magic;                        /*  0 */
-    uint32_t version;                      /*  4 */
-    uint32_t page_bytes;                   /*  8: sizeof(CountersPage) */
-    uint32_t block_bytes;                  /* 12: sizeof(CountersBlock) */
-    uint32_t block_count;                  /* 16 */
-    int32_t pid;                           /* 20: of the daemon */
-    uint32_t port;                         /* 24: its UDP port */
-    uint32_t reserved;                     /* 28: 0 */
-    int64_t started_s;                     /* 32: seconds since 1970 */
-    uint8_t pad[24];                       /* 40 */
-    CountersBlock blocks[COUNTERS_BLOCKS]; /* 64 */
+    uint32_t magic;       /*  0 */
+    uint32_t version;     /*  4 */
+    uint32_t page_bytes;  /*  8: sizeof(CountersPage) */
+    uint32_t block_bytes; /* 12: sizeof(CountersBlock) */
+    uint32_t block_count; /* 16 */
+    int32_t pid;          /* 20: of the daemon */
+    uint32_t port;        /* 24: its UDP port */
+    uint32_t reserved;    /* 28: 0 */
+    int64_t started_s;    /* 32: seconds since 1970 */
+    uint8_t pad[24];      /* 40 */
+    /* 64: file names of the plug-ins, with a zero; empty: none in this slot */
+    char plugin_names[COUNTERS_PLUGINS][COUNTERS_NAME_BYTES];
+    CountersBlock blocks[COUNTERS_BLOCKS]; /* 2112 */
 } CountersPage;
 
 /* Returns the slot that counts `result`, 0 to COUNTERS_RESULTS - 1. Any thread. */

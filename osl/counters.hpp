@@ -3,6 +3,7 @@
 #define CORVANE_OSL_COUNTERS_HPP
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 #include "osl/counters.h"
@@ -40,6 +41,9 @@ void count_request(std::int32_t function_code, std::uint32_t result,
 
 // The plug-in in `slot` was called; `refused` when its result ends the request.
 void count_plugin_call(unsigned slot, unsigned call, bool refused) noexcept;
+
+// The plug-in in `slot` comes from this file. At start-up, before the page is published.
+void name_plugin(std::size_t slot, const char* path) noexcept;
 
 // Nanoseconds of the clock that latencies are measured with.
 [[nodiscard]] std::uint64_t latency_clock() noexcept;

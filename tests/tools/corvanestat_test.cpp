@@ -123,6 +123,7 @@ TEST_F(Stat, JsonCountsTheCallsThatThePluginSaw)
 
     ASSERT_EQ(plugins.size(), 1U);
     EXPECT_EQ(plugins[0]["slot"], 0);
+    EXPECT_EQ(plugins[0]["name"], "recorder.so");
     const auto seen = calls();
     std::size_t counted = 0;
     for (const auto& [name, numbers] : plugins[0]["calls"].items()) {
@@ -178,7 +179,8 @@ TEST_F(Stat, TableForPeople)
         << text;
     EXPECT_NE(text.find("\n1 lease on 1 file\n"), std::string::npos) << text;
     for (const char* row :
-         {"\nother                         1 ", "\nGetVolume                     4 ",
+         {"\n0    recorder.so\n       FS_GetVolCookie                 3              0\n",
+          "\nother                         1 ", "\nGetVolume                     4 ",
           "\nGetInitialMap                 2 ", "\nClose                         2 "}) {
         EXPECT_NE(text.find(row), std::string::npos) << row << "in\n" << text;
     }
@@ -206,6 +208,7 @@ TEST_F(Stat, PrometheusSamples)
     EXPECT_EQ(sample(text, R"(corvane_request_seconds_count{function="GetInitialMap"})"), 2);
     EXPECT_EQ(sample(text, R"(corvane_request_seconds_bucket{function="Close",le="+Inf"})"), 2);
     EXPECT_EQ(sample(text, R"(corvane_plugin_calls_total{slot="0",call="FS_GetLockedMap"})"), 3);
+    EXPECT_EQ(sample(text, R"(corvane_plugin_info{slot="0",plugin="recorder.so"})"), 1);
     EXPECT_EQ(sample(text, "corvane_duplicates_answered_total"), 1);
 }
 

@@ -78,6 +78,17 @@ void latencies(std::string& text, const CountersBlock& block)
     }
 }
 
+void plugin_names(std::string& text, const Page& page)
+{
+    const std::string name = "corvane_plugin_info";
+    head(text, name, "gauge", "Which plug-in has which slot.");
+    for (unsigned p = 0; p < COUNTERS_PLUGINS; ++p) {
+        const std::string file = page.plugin_name(p);
+        if (file.empty()) continue;
+        sample(text, name, label("slot", std::to_string(p)) + "," + label("plugin", file), 1);
+    }
+}
+
 void plugins(std::string& text, const CountersBlock& block, const std::string& name,
              std::string_view help,
              const std::uint64_t (&counters)[COUNTERS_PLUGINS][COUNTERS_CALLS])
@@ -107,6 +118,7 @@ std::string prometheus(const Page& page, const CountersBlock& block)
     sample(text, "corvane_files", "", live_files(block));
     requests(text, block);
     latencies(text, block);
+    plugin_names(text, page);
     plugins(text, block, "corvane_plugin_calls_total", "Calls of plug-in entry points.",
             block.plugin_calls);
     plugins(text, block, "corvane_plugin_refusals_total", "Calls that refused the request.",

@@ -46,19 +46,28 @@ std::string requests_table(const CountersBlock& block)
     return text;
 }
 
-std::string plugins_table(const CountersBlock& block)
+std::string calls_table(const CountersBlock& block, unsigned plugin)
+{
+    std::string text;
+    for (unsigned c = 0; c < COUNTERS_CALLS; ++c) {
+        if (block.plugin_calls[plugin][c] == 0) continue;
+        text += line("       %-18s %14llu %14llu\n", std::string(call_name(c)).c_str(),
+                     static_cast<unsigned long long>(block.plugin_calls[plugin][c]),
+                     static_cast<unsigned long long>(block.plugin_errors[plugin][c]));
+    }
+    return text;
+}
+
+std::string plugins_table(const Page& page, const CountersBlock& block)
 {
     std::string text;
     for (unsigned p = 0; p < COUNTERS_PLUGINS; ++p) {
-        for (unsigned c = 0; c < COUNTERS_CALLS; ++c) {
-            if (block.plugin_calls[p][c] == 0) continue;
-            text += line("%-4u %-20s %14llu %14llu\n", p, std::string(call_name(c)).c_str(),
-                         static_cast<unsigned long long>(block.plugin_calls[p][c]),
-                         static_cast<unsigned long long>(block.plugin_errors[p][c]));
-        }
+        const std::string name = page.plugin_name(p);
+        const std::string calls = calls_table(block, p);
+        if (!name.empty() || !calls.empty()) text += line("%-4u %s\n", p, name.c_str()) + calls;
     }
     if (text.empty()) return text;
-    return line("\n%-4s %-20s %14s %14s\n", "SLOT", "PLUG-IN CALL", "calls", "refused") + text;
+    return line("\n%-4s %-20s %14s %14s\n", "SLOT", "PLUG-IN", "calls", "refused") + text;
 }
 
 }  // namespace
@@ -85,7 +94,7 @@ std::string table(const Page& page, const CountersBlock& block)
                             page.daemon_runs() ? "running" : "gone; ran", when.data(),
                             counted(live_leases(block), "lease").c_str(),
                             counted(live_files(block), "file").c_str());
-    text += requests_table(block) + plugins_table(block) + "\n";
+    text += requests_table(block) + plugins_table(page, block) + "\n";
     std::size_t count = 0;
     const EventName* names = event_names(count);
     for (std::size_t i = 0; i < count; ++i) {
@@ -123,7 +132,9 @@ std::string json(const Page& page, const CountersBlock& block)
             calls[std::string(call_name(c))] = {{"calls", block.plugin_calls[p][c]},
                                                 {"refused", block.plugin_errors[p][c]}};
         }
-        if (!calls.empty()) all["plugins"].push_back({{"slot", p}, {"calls", calls}});
+        const std::string name = page.plugin_name(p);
+        if (name.empty() && calls.empty()) continue;
+        all["plugins"].push_back({{"slot", p}, {"name", name}, {"calls", calls}});
     }
     std::size_t count = 0;
     const EventName* names = event_names(count);

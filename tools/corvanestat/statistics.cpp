@@ -6,6 +6,7 @@
 #include <cstring>
 #include <numeric>
 #include <string>
+#include <string_view>
 
 namespace corvane::stat {
 
@@ -28,6 +29,18 @@ Page::Page(std::uint32_t port) : page_(counters_map(port))
 bool Page::daemon_runs() const
 {
     return kill(page_->pid, 0) == 0 || errno == EPERM;
+}
+
+std::string Page::plugin_name(unsigned slot) const
+{
+    const char* const text = page_->plugin_names[slot];
+    std::string name(text, strnlen(text, COUNTERS_NAME_BYTES));
+    constexpr std::string_view kPlain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-+";
+    for (std::size_t at = 0; (at = name.find_first_not_of(kPlain, at)) != std::string::npos; ++at) {
+        name[at] = '_';
+    }
+    return name;
 }
 
 CountersBlock Page::read() const

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
+#include <string>
 
 #include "osl/counters.h"
 
@@ -25,6 +26,8 @@ public:
     [[nodiscard]] std::int32_t pid() const { return page_->pid; }
     [[nodiscard]] std::int64_t started_s() const { return page_->started_s; }
     [[nodiscard]] bool daemon_runs() const;
+    // The plug-in's file; what could trouble a terminal or a metric shows as "_". Empty: none.
+    [[nodiscard]] std::string plugin_name(unsigned slot) const;
     [[nodiscard]] CountersBlock read() const;
 
 private:
