@@ -1,2 +1,3 @@
-# Readers of foreign bytes in the daemon: datagrams.
+# Readers of foreign bytes in the daemon: administrators' packets, datagrams.
+corvane_add_fuzz(admin_request)
 corvane_add_fuzz(lan_message)
