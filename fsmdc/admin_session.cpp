@@ -209,7 +209,7 @@ void AdminSession::append_lease(const LeaseView& view, Reply& reply) const noexc
 
 void AdminSession::answer_busy_files(Reply& reply) noexcept
 {
-    static_assert(sizeof(BusyFile) * BusyFiles::kSets * BusyFiles::kPlaces <= 64 * 1024, "stack");
+    static_assert(sizeof(BusyFile) * BusyFiles::kSets * BusyFiles::kPlaces <= 65536, "stack");
     std::array<BusyFile, BusyFiles::kSets * BusyFiles::kPlaces> files;
     const std::size_t count = busy_files(files);
     for (const BusyFile& file : std::span(files).first(count)) {

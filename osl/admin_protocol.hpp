@@ -16,8 +16,8 @@ namespace corvane::admin {
 
 inline constexpr std::uint32_t kMagic = 0x4D444143U;  // "CADM" in memory order
 inline constexpr std::uint32_t kVersion = 1;
-inline constexpr std::size_t kReplyBytes = 128 * 1024;  // the longest reply
-inline constexpr std::size_t kNameBytes = 4096;         // the longest name of a file, zero included
+inline constexpr std::size_t kReplyBytes = 131072;  // the longest reply
+inline constexpr std::size_t kNameBytes = 4096;     // the longest name of a file, zero included
 inline constexpr std::size_t kCookieBytes = 32;
 
 enum Operation : std::uint32_t {

@@ -150,6 +150,7 @@ const std::vector<std::string>& lease_orders()
 {
     static const std::vector<std::string> names = [] {
         std::vector<std::string> all;
+        all.reserve(kOrders.size());
         for (const NamedOrder& order : kOrders) all.emplace_back(order.name);
         return all;
     }();
