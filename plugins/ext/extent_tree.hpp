@@ -22,9 +22,9 @@ public:
     // is written. EXT2_ET_BLOCK_ALLOC_FAIL when there is no room; some nodes may have been copied.
     errcode_t copy_path(std::uint64_t block);
 
-    // Adds a run (at most kExtentLimit_blocks) where the file has a hole, after copy_path() for
-    // its first block. On failure,
-    // EXT2_ET_BLOCK_ALLOC_FAIL when the tree cannot grow, the tree is as it was.
+    // Adds a run (at most kExtentLimit_blocks) where the file has a hole, after copy_path() for its
+    // first block. On failure, EXT2_ET_BLOCK_ALLOC_FAIL when the tree cannot grow, the tree is as
+    // it was.
     errcode_t insert(const Run& run);
 
     // Makes data of the unwritten blocks from `first` up to `end`, a range without holes.

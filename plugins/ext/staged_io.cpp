@@ -171,7 +171,7 @@ struct StagedIoCalls {
 
     static errcode_t set_option(io_channel channel, const char* option, const char* value)
     {
-        const io_channel below = staged(channel).below_;
+        io_channel below = staged(channel).below_;
         return below->manager->set_option(below, option, value);
     }
 

@@ -77,8 +77,8 @@ void VolumeChange::note_block(ext2_filsys fs, blk64_t block, int change)
     static_cast<VolumeChange*>(fs->priv_data)->note({block, 1}, change);
 }
 
-// A block that the change took and gives up is free once more; any other keeps its bit until the
-// change is on the disk.
+// What the change took and gives up is free once more; anything else keeps its bits until the
+// change is on the disk. A range is of one of the two kinds.
 void VolumeChange::note(const BlockRange& blocks, int change)
 {
     const bool is_taken = ext2fs_test_block_bitmap2(taken_.get(), blocks.first) != 0;

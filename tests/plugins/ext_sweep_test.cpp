@@ -373,6 +373,7 @@ INSTANTIATE_TEST_SUITE_P(
 // is what preening repairs.
 TEST(ExtWriteErrors, LeaveTheOldStateOrWhatPreeningRepairs)
 {
+    constexpr std::int64_t kBlock_bytes = 1024;
     const Scratch scratch;
     const ExtImage image(scratch, "-t ext4 -b 1024 -N 64", 6144);
     image.put_fragmented("f", 400);
@@ -386,19 +387,20 @@ TEST(ExtWriteErrors, LeaveTheOldStateOrWhatPreeningRepairs)
         serve(plugin(), scratch, "/mnt/v ext " + image.path() + " rw\n");
         const auto file = plugin().find("/mnt/v/f");
         fail_writes_after(image.path(), write_count);
-        const auto result = plugin().set_sizes(file, 350 * 1024, 30 * 1024);
+        const auto result = plugin().set_sizes(file, 350 * kBlock_bytes, 30 * kBlock_bytes);
         fail_writes_after(image.path(), UINT_MAX);
         if (result == 0) break;
         ASSERT_EQ(result, FS_E_MISC_ERROR);
         const bool is_broken = take_log().find("nothing more is changed") != std::string::npos;
         ++(is_broken ? broken : refused);
-        const auto again = plugin().set_sizes(file, 300 * 1024, 600 * 1024);
+        const auto again = plugin().set_sizes(file, 300 * kBlock_bytes, 600 * kBlock_bytes);
         EXPECT_EQ(again, is_broken ? FS_E_MISC_ERROR : FS_E_SUCCESS);
         if (is_broken) {
             ASSERT_LE(run_command("e2fsck -p " + image.path()).status, 1);
         }
         image.expect_clean(std::to_string(write_count) + " writes");
-        EXPECT_EQ(image.dump("f").substr(0, 300 * 1024), content.substr(0, 300 * 1024));
+        const std::string kept = content.substr(0, 300 * kBlock_bytes);
+        EXPECT_EQ(image.dump("f").substr(0, kept.size()), kept);
     }
     EXPECT_GT(refused, 10);
     EXPECT_GT(broken, 5);
