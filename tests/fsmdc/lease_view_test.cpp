@@ -37,6 +37,7 @@ protected:
         std::vector<LeaseView> views(count);
         views.resize(cursor.next(views));
         std::vector<std::uint32_t> keys;
+        keys.reserve(views.size());
         for (const LeaseView& view : views) keys.push_back(view.record.key);
         return keys;
     }

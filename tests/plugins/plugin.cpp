@@ -97,7 +97,7 @@ std::string ask_path(const Plugin& plugin, const void* volume, const void* file,
         EXPECT_EQ(used_bytes, 0U);
         return "result " + std::to_string(result);
     }
-    const std::string text(room.data());
+    std::string text(room.data());
     EXPECT_EQ(used_bytes, text.size() + 1);
     return text;
 }
