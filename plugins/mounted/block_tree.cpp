@@ -130,7 +130,7 @@ std::string BlockTree::add_table(dev_t device, Node& node, const BlockSystem& sy
 // One line of a table: "0 2048 linear 8:16 4096" or "0 4096 striped 2 128 8:16 0 8:32 0".
 std::string BlockTree::read_target(const std::string& line, std::uint64_t next, Target& target)
 {
-    const std::string broken = "its table line \"" + line + "\" cannot be read";
+    std::string broken = "its table line \"" + line + "\" cannot be read";
     std::istringstream words(line);
     std::string type;
     if (!(words >> target.first >> target.count >> type)) return broken;

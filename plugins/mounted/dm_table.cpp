@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 #include "plugins/mounted/block_tree.hpp"
 #include "plugins/mounted/descriptor.hpp"
@@ -32,8 +33,9 @@ std::vector<std::string> read_lines(const std::vector<char>& buffer, const dm_io
         const std::string arguments(text, strnlen(text, end - text_at));
         const std::string type(spec.target_type,
                                strnlen(spec.target_type, sizeof spec.target_type));
-        lines.push_back(std::to_string(spec.sector_start) + " " + std::to_string(spec.length) +
-                        " " + type + " " + arguments);
+        std::string line = std::to_string(spec.sector_start) + " " + std::to_string(spec.length);
+        line.append(" ").append(type).append(" ").append(arguments);
+        lines.push_back(std::move(line));
         if (spec.next == 0) break;
         at = head.data_start + spec.next;
     }

@@ -106,7 +106,7 @@ std::string find_twin(const std::string& name, const Signature& signature)
 {
     std::error_code error;
     for (const auto& entry : files::directory_iterator("/sys/block", error)) {
-        const std::string other = entry.path().filename().string();
+        std::string other = entry.path().filename().string();
         if (other == name || is_stacked_on(entry.path(), name)) continue;
         if (has_bytes(other, signature)) return other;
     }
@@ -154,8 +154,9 @@ std::string find_signatures(const BlockTree& tree, const Superblock& super,
         }
         if (is_found) continue;
         if (!twin.empty()) {
-            return "the disks " + name + " and " + twin +
-                   " have the same signature; no client could tell them apart";
+            std::string wrong = "the disks " + name;
+            wrong += " and " + twin + " have the same signature; no client could tell them apart";
+            return wrong;
         }
         return "the disk " + name +
                " has no signature: no copy of the superblock, no GPT and no LVM label is on it";

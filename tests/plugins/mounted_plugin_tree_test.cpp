@@ -109,8 +109,8 @@ TEST(BlockTree, PartitionAddsItsStart)
 
     EXPECT_EQ(split(tree, 1024, 4096), "sda:33280+4096");
     EXPECT_EQ(tree.grain_bytes(4096), 512U);
-    EXPECT_EQ(tree.disks()[0].first_byte, 63 * 512U);
-    EXPECT_EQ(tree.disks()[0].end_byte, 5063 * 512U);
+    EXPECT_EQ(tree.disks()[0].first_byte, 63 * kSectorBytes);
+    EXPECT_EQ(tree.disks()[0].end_byte, 5063 * kSectorBytes);
 }
 
 // A volume of LVM: an end of one disk's partition, then the beginning of another disk.
@@ -125,12 +125,12 @@ TEST(BlockTree, LinearTargetsFollowOneAnother)
 
     ASSERT_EQ(host.load(tree, 253, 0), "");
 
-    EXPECT_EQ(split(tree, 999 * 512, 1024), "sda:1592832+512 sdb:196608+512");
-    EXPECT_EQ(split(tree, 2999 * 512, 1024), "outside");
+    EXPECT_EQ(split(tree, 999 * kSectorBytes, 1024), "sda:1592832+512 sdb:196608+512");
+    EXPECT_EQ(split(tree, 2999 * kSectorBytes, 1024), "outside");
     EXPECT_EQ(tree.grain_bytes(4096), 4096U);
     ASSERT_EQ(tree.disks().size(), 2U);
-    EXPECT_EQ(tree.disks()[1].first_byte, 384 * 512U);
-    EXPECT_EQ(tree.disks()[1].end_byte, 2384 * 512U);
+    EXPECT_EQ(tree.disks()[1].first_byte, 384 * kSectorBytes);
+    EXPECT_EQ(tree.disks()[1].end_byte, 2384 * kSectorBytes);
 }
 
 TEST(BlockTree, StripesTakeTurns)
@@ -143,8 +143,9 @@ TEST(BlockTree, StripesTakeTurns)
 
     ASSERT_EQ(host.load(tree, 253, 0), "");
 
-    EXPECT_EQ(split(tree, 0, 32 * 512), "sda:0+4096 sdb:8192+4096 sda:4096+4096 sdb:12288+4096");
-    EXPECT_EQ(split(tree, 9 * 512, 8 * 512), "sdb:8704+3584 sda:4096+512");
+    EXPECT_EQ(split(tree, 0, 32 * kSectorBytes),
+              "sda:0+4096 sdb:8192+4096 sda:4096+4096 sdb:12288+4096");
+    EXPECT_EQ(split(tree, 9 * kSectorBytes, 8 * kSectorBytes), "sdb:8704+3584 sda:4096+512");
     EXPECT_EQ(tree.grain_bytes(65536), 4096U);
 }
 
