@@ -17,8 +17,9 @@ namespace corvane::ext {
 //   where there was no room for copies) nodes that change in place, before or after it;
 // - then bitmaps, descriptors and the superblock, which e2fsck can tell from the inodes;
 // - then the mark is taken away.
-// The groups are flushed one by one. No block is used twice within a change: what it frees stays
-// as it is on the disk for as long as the old inode is there. `io` is held.
+// The second and the third are flushed together, the others by themselves. No block is used twice
+// within a change: what it frees stays as it is on the disk for as long as the old inode is there.
+// `io` is held.
 class VolumeChange {
 public:
     explicit VolumeChange(Volume& volume) : volume_(volume) {}
