@@ -25,19 +25,19 @@ std::vector<std::string> read_lines(const std::vector<char>& buffer, const dm_io
     const std::size_t end = std::min<std::size_t>(head.data_size, buffer.size());
     std::size_t at = head.data_start;
     for (std::uint32_t i = 0; i < head.target_count; ++i) {
-        dm_target_spec spec{};
-        if (at > end || end - at < sizeof spec) break;
-        std::memcpy(&spec, buffer.data() + at, sizeof spec);
-        const std::size_t text_at = at + sizeof spec;
+        dm_target_spec entry{};
+        if (at > end || end - at < sizeof entry) break;
+        std::memcpy(&entry, buffer.data() + at, sizeof entry);
+        const std::size_t text_at = at + sizeof entry;
         const char* const text = buffer.data() + text_at;
         const std::string arguments(text, strnlen(text, end - text_at));
-        const std::string type(spec.target_type,
-                               strnlen(spec.target_type, sizeof spec.target_type));
-        std::string line = std::to_string(spec.sector_start) + " " + std::to_string(spec.length);
+        const std::string type(entry.target_type,
+                               strnlen(entry.target_type, sizeof entry.target_type));
+        std::string line = std::to_string(entry.sector_start) + " " + std::to_string(entry.length);
         line.append(" ").append(type).append(" ").append(arguments);
         lines.push_back(std::move(line));
-        if (spec.next == 0) break;
-        at = head.data_start + spec.next;
+        if (entry.next == 0) break;
+        at = head.data_start + entry.next;
     }
     return lines;
 }
