@@ -43,7 +43,7 @@ History::History(const Plugin& plugin, MountedVolume& volume, unsigned seed)
 
 std::int64_t History::random_size()
 {
-    const std::int64_t bytes = random_() % kLargestBytes;
+    const auto bytes = static_cast<std::int64_t>(random_() % kLargestBytes);
     return pick(2) == 0 ? bytes : bytes / volume_.block_bytes() * volume_.block_bytes();
 }
 
