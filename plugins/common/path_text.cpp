@@ -1,6 +1,7 @@
 // Reads FSUNI paths: UTF-16 into UTF-8, and sign-widened bytes back into bytes.
 #include "plugins/common/path_text.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -93,6 +94,18 @@ std::optional<std::vector<PathName>> split_path(const FSUNI* path)
         if (unit == 0) return names;
     }
     return std::nullopt;
+}
+
+std::vector<PathName> split_target(const std::string& target)
+{
+    std::vector<PathName> names;
+    for (std::size_t at = 0; at < target.size();) {
+        const std::size_t end = std::min(target.find('/', at), target.size());
+        const auto name = target.substr(at, end - at);
+        if (!name.empty() && name != ".") names.push_back({name, std::nullopt});
+        at = end + 1;
+    }
+    return names;
 }
 
 std::optional<std::size_t> match_mount_point(std::span<const PathName> path,

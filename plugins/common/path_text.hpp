@@ -27,6 +27,9 @@ struct PathName {
 // relative path, or one that does not end within 4096 units.
 std::optional<std::vector<PathName>> split_path(const FSUNI* path);
 
+// The names of a symbolic link's target; empty ones and "." are dropped, ".." stays.
+std::vector<PathName> split_target(const std::string& target);
+
 // Returns how many leading names of `path` the mount point takes, or nothing when it lies
 // elsewhere.
 std::optional<std::size_t> match_mount_point(std::span<const PathName> path,

@@ -7,9 +7,11 @@
 #include <cstdint>
 #include <optional>
 
+#include "plugins/common/volume_cookie.hpp"
+
 namespace corvane::ext {
 
-using Uuid = std::array<std::uint8_t, 16>;
+using plugin::Uuid;
 
 // One file of a volume. The generation tells an inode from a later file in the same inode.
 struct FileId {
@@ -19,13 +21,13 @@ struct FileId {
     bool operator==(const FileId&) const = default;
 };
 
-// A volume cookie: 8 bytes of mark and version, the file system's UUID, 8 zeros.
-void write_volume_cookie(const Uuid& volume, void* cookie) noexcept;
-std::optional<Uuid> read_volume_cookie(const void* cookie) noexcept;
+// The plug-in's volume cookies begin with it.
+inline constexpr plugin::VolumeMark kVolumeMark = {'C', 'V', 'E', 'X', 'T', 'V', '1', '\0'};
 
 // A file cookie: 4 bytes of mark and version, inode, generation, 4 zeros, the volume's UUID. The
 // daemon compares file cookies without the volume's, so those of two volumes must differ.
 void write_file_cookie(const Uuid& volume, FileId file, void* cookie) noexcept;
+// Absent for a null cookie, and for one of another plug-in or volume.
 std::optional<FileId> read_file_cookie(const Uuid& volume, const void* cookie) noexcept;
 
 }  // namespace corvane::ext

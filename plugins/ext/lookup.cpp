@@ -113,13 +113,7 @@ private:
         std::string target;
         const auto result = read_target(link, link_inode, target);
         if (result != FS_E_SUCCESS) return result;
-        std::vector<PathName> names;
-        for (std::size_t at = 0; at < target.size();) {
-            const std::size_t end = std::min(target.find('/', at), target.size());
-            const auto name = target.substr(at, end - at);
-            if (!name.empty() && name != ".") names.push_back({name, std::nullopt});
-            at = end + 1;
-        }
+        const std::vector<PathName> names = plugin::split_target(target);
         if (target.empty()) return FS_E_UNKNOWN_FILE;
         if (target[0] != '/') {
             push_names(names);

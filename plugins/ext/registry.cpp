@@ -1,4 +1,4 @@
-// Loads the list of volumes and looks volumes up.
+// Loads the list of volumes.
 #include "plugins/ext/registry.hpp"
 
 namespace corvane {
@@ -12,12 +12,12 @@ std::shared_ptr<const Registry> Registry::load()
     auto registry = std::make_shared<Registry>();
     const plugin::LineKind kind{"ext", /*has_source=*/true};
     for (const VolumeLine& line : plugin::read_volumes_file(plugin::volumes_file_path(), kind)) {
-        registry->add(line);
+        registry->add_line(line);
     }
     return registry;
 }
 
-void Registry::add(const VolumeLine& line)
+void Registry::add_line(const VolumeLine& line)
 {
     std::string wrong;
     auto volume = open_volume(line, wrong);
@@ -34,29 +34,8 @@ void Registry::add(const VolumeLine& line)
     }
     log_line(line.mount_point() + " is served from " + line.source +
              (line.writable ? ", read and write" : ", read-only"));
-    volumes_.push_back(std::move(volume));
-}
-
-Volume* Registry::find(std::span<const PathName> names, std::span<const PathName>& below) const
-{
-    Volume* found = nullptr;
-    std::size_t found_names = 0;
-    for (const auto& volume : volumes_) {
-        const auto matched = plugin::match_mount_point(names, volume->line.mount_names);
-        if (!matched || *matched <= found_names) continue;
-        found = volume.get();
-        found_names = *matched;
-    }
-    below = names.subspan(found_names);
-    return found;
-}
-
-Volume* Registry::find(const Uuid& uuid) const
-{
-    for (const auto& volume : volumes_) {
-        if (volume->uuid == uuid) return volume.get();
-    }
-    return nullptr;
+    const Uuid uuid = volume->uuid;
+    add(uuid, std::move(volume));
 }
 
 }  // namespace ext

@@ -1,4 +1,4 @@
-// Writes and checks the 32-byte cookies of volumes and files.
+// Writes and checks the 32-byte cookies of files.
 #include "plugins/mounted/cookies.hpp"
 
 #include <algorithm>
@@ -10,13 +10,6 @@
 namespace corvane::mounted {
 namespace {
 
-struct VolumeCookie {
-    std::array<char, 8> mark;          //  0: "CVMNTV1\0"
-    Uuid volume;                       //  8
-    std::array<std::uint8_t, 8> zero;  // 24
-};
-static_assert(sizeof(VolumeCookie) == FS_COOKIE_BYTES, "layout");
-
 struct FileCookie {
     std::array<char, 2> mark;                             //  0: "M1"
     std::uint8_t type;                                    //  2
@@ -27,24 +20,9 @@ struct FileCookie {
 static_assert(sizeof(FileCookie) == FS_COOKIE_BYTES, "layout");
 static_assert(std::has_unique_object_representations_v<FileCookie>, "no padding");
 
-constexpr std::array<char, 8> kVolumeMark = {'C', 'V', 'M', 'N', 'T', 'V', '1', '\0'};
 constexpr std::array<char, 2> kFileMark = {'M', '1'};
 
 }  // namespace
-
-void write_volume_cookie(const Uuid& volume, void* cookie) noexcept
-{
-    const VolumeCookie value{kVolumeMark, volume, {}};
-    std::memcpy(cookie, &value, sizeof value);
-}
-
-std::optional<Uuid> read_volume_cookie(const void* cookie) noexcept
-{
-    VolumeCookie value{};
-    std::memcpy(&value, cookie, sizeof value);
-    if (value.mark != kVolumeMark || value.zero != decltype(value.zero){}) return std::nullopt;
-    return value.volume;
-}
 
 void write_file_cookie(const Uuid& volume, const FileId& file, void* cookie) noexcept
 {
@@ -54,6 +32,7 @@ void write_file_cookie(const Uuid& volume, const FileId& file, void* cookie) noe
 
 std::optional<FileId> read_file_cookie(const Uuid& volume, const void* cookie) noexcept
 {
+    if (cookie == nullptr) return std::nullopt;
     FileCookie value{};
     std::memcpy(&value, cookie, sizeof value);
     if (value.mark != kFileMark || value.volume != volume) return std::nullopt;

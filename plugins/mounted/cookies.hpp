@@ -7,9 +7,11 @@
 #include <cstdint>
 #include <optional>
 
+#include "plugins/common/volume_cookie.hpp"
+
 namespace corvane::mounted {
 
-using Uuid = std::array<std::uint8_t, 16>;
+using plugin::Uuid;
 
 // What name_to_handle_at says of a file: its inode and generation, in the file system's own words.
 // It survives renames and restarts, and a later file in the same inode has another one.
@@ -23,13 +25,13 @@ struct FileId {
     auto operator<=>(const FileId&) const = default;
 };
 
-// A volume cookie: 8 bytes of mark and version, the file system's UUID, 8 zeros.
-void write_volume_cookie(const Uuid& volume, void* cookie) noexcept;
-std::optional<Uuid> read_volume_cookie(const void* cookie) noexcept;
+// The plug-in's volume cookies begin with it.
+inline constexpr plugin::VolumeMark kVolumeMark = {'C', 'V', 'M', 'N', 'T', 'V', '1', '\0'};
 
 // A file cookie: 2 bytes of mark, the handle's type and size, the handle, the volume's UUID. The
 // daemon compares file cookies without the volume's, so those of two volumes must differ.
 void write_file_cookie(const Uuid& volume, const FileId& file, void* cookie) noexcept;
+// Absent for a null cookie, and for one of another plug-in or volume.
 std::optional<FileId> read_file_cookie(const Uuid& volume, const void* cookie) noexcept;
 
 }  // namespace corvane::mounted

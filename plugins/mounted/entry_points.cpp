@@ -1,11 +1,10 @@
 // The plug-in's exported functions: check what came in, find the volume, hand on.
 #include <cstring>
-#include <mutex>
-#include <new>
 #include <span>
 #include <utility>
 
 #include "fsmdc/fs_plugin.h"
+#include "plugins/common/calls.hpp"
 #include "plugins/mounted/kernel_lease.hpp"
 #include "plugins/mounted/registry.hpp"
 #include "plugins/mounted/worker.hpp"
@@ -13,44 +12,17 @@
 namespace {
 
 using namespace corvane::mounted;
-using corvane::plugin::split_path;
+using corvane::plugin::answer;
+using corvane::plugin::write_volume_cookie;
 
 constexpr std::int32_t kInterfaceVersion = 1;
 
-// The volumes of the last FS_Init; calls in progress keep theirs alive.
-std::mutex g_registry_mutex;
-std::shared_ptr<const Registry> g_registry;
+corvane::plugin::Served<Registry> g_served;
 
-std::shared_ptr<const Registry> registry()
-{
-    const std::scoped_lock guard(g_registry_mutex);
-    return g_registry;
-}
-
-// Runs `body` for a C caller: whatever it throws becomes a result code.
-template <class Body>
-std::uint32_t answer(Body body) noexcept
-{
-    try {
-        return body();
-    } catch (const std::bad_alloc&) {
-        return FS_E_OUT_OF_MEMORY;
-    } catch (...) {
-        return FS_E_MISC_ERROR;
-    }
-}
-
-// Runs `body(volume)` for the volume of a cookie.
 template <class Body>
 std::uint32_t with_volume(const void* volume_cookie, Body body) noexcept
 {
-    return answer([&]() -> std::uint32_t {
-        const auto volumes = registry();
-        const auto uuid =
-            volume_cookie != nullptr ? read_volume_cookie(volume_cookie) : std::nullopt;
-        const Volume* const volume = volumes != nullptr && uuid ? volumes->find(*uuid) : nullptr;
-        return volume != nullptr ? body(*volume) : FS_E_BAD_COOKIE;
-    });
+    return g_served.with_volume(kVolumeMark, volume_cookie, body);
 }
 
 // Runs `body(volume, file)` for a pair of cookies.
@@ -58,23 +30,8 @@ template <class Body>
 std::uint32_t with_file(const void* volume_cookie, const void* file_cookie, Body body) noexcept
 {
     return with_volume(volume_cookie, [&](const Volume& volume) -> std::uint32_t {
-        const auto file =
-            file_cookie != nullptr ? read_file_cookie(volume.uuid(), file_cookie) : std::nullopt;
+        const auto file = read_file_cookie(volume.uuid(), file_cookie);
         return file ? body(volume, *file) : FS_E_BAD_FILE;
-    });
-}
-
-// Runs `body(volume, names below its mount point)` for a path.
-template <class Body>
-std::uint32_t with_path(const FSUNI* path, Body body) noexcept
-{
-    return answer([&]() -> std::uint32_t {
-        const auto volumes = registry();
-        const auto names = split_path(path);
-        if (!names) return FS_E_BAD_PATH;
-        std::span<const PathName> below;
-        const Volume* const volume = volumes != nullptr ? volumes->find(*names, below) : nullptr;
-        return volume != nullptr ? body(*volume, below) : FS_E_WRONG_FS;
     });
 }
 
@@ -85,7 +42,7 @@ std::uint32_t FS_Init()
     return answer([]() -> std::uint32_t {
         {
             // What an earlier call's volumes have lent comes back first.
-            const auto earlier = registry();
+            const auto earlier = g_served.get();
             if (earlier != nullptr) earlier->settle_all();
         }
         auto loaded = Registry::load();
@@ -96,8 +53,7 @@ std::uint32_t FS_Init()
             const std::string record = corvane::plugin::volumes_file_path() + ".lent";
             Registry::adopt_all(loaded, open_loan_record(record));
         }
-        const std::scoped_lock guard(g_registry_mutex);
-        g_registry = std::move(loaded);
+        g_served.set(std::move(loaded));
         return FS_E_SUCCESS;
     });
 }
@@ -110,12 +66,14 @@ std::int32_t FS_GetVersion()
 std::uint32_t FS_GetVolCookie(const FSUNI* mount_point, void* volume_cookie)
 {
     if (volume_cookie == nullptr) return FS_E_BAD_COOKIE;
-    return with_path(mount_point, [&](const Volume& volume, std::span<const PathName> below) {
-        // A share may begin in a directory of the volume.
-        const std::uint32_t result = find_directory(volume, below);
-        if (result == FS_E_SUCCESS) write_volume_cookie(volume.uuid(), volume_cookie);
-        return result;
-    });
+    return g_served.with_path(
+        mount_point, [&](const Volume& volume, std::span<const PathName> below) {
+            // A share may begin in a directory of the volume.
+            const std::uint32_t result = find_directory(volume, below);
+            if (result == FS_E_SUCCESS)
+                write_volume_cookie(kVolumeMark, volume.uuid(), volume_cookie);
+            return result;
+        });
 }
 
 std::uint32_t FS_GetVolByCookie(const void* volume_cookie, void* record, std::uint32_t* room_bytes)
@@ -129,11 +87,11 @@ std::uint32_t FS_GetVolByCookie(const void* volume_cookie, void* record, std::ui
 std::uint32_t FS_GetCookies(const FSUNI* path, void* volume_cookie, void* file_cookie)
 {
     if (volume_cookie == nullptr || file_cookie == nullptr) return FS_E_BAD_COOKIE;
-    return with_path(path, [&](const Volume& volume, std::span<const PathName> below) {
+    return g_served.with_path(path, [&](const Volume& volume, std::span<const PathName> below) {
         FileId file;
         const std::uint32_t result = find_file(volume, below, file);
         if (result == FS_E_SUCCESS) {
-            write_volume_cookie(volume.uuid(), volume_cookie);
+            write_volume_cookie(kVolumeMark, volume.uuid(), volume_cookie);
             write_file_cookie(volume.uuid(), file, file_cookie);
         }
         return result;
@@ -156,7 +114,7 @@ std::uint32_t FS_UnlockMap(const void* volume_cookie, const void* file_cookie)
         volume_cookie, file_cookie, [](const Volume& volume, const FileId& file) -> std::uint32_t {
             if (!volume.files.unlock(file)) return FS_E_NOT_LOCKED;
             // The volume lives as long as the volumes that it is one of.
-            queue_work([volumes = registry(), &volume, file] { volume.files.settle(file); });
+            queue_work([volumes = g_served.get(), &volume, file] { volume.files.settle(file); });
             return FS_E_SUCCESS;
         });
 }

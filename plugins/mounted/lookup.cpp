@@ -112,13 +112,7 @@ private:
         const ssize_t size = readlinkat(link, "", text.data(), text.size() - 1);
         if (size <= 0) return FS_E_UNKNOWN_FILE;
         const std::string target(text.data(), static_cast<std::size_t>(size));
-        std::vector<PathName> names;
-        for (std::size_t at = 0; at < target.size();) {
-            const std::size_t end = std::min(target.find('/', at), target.size());
-            const auto name = target.substr(at, end - at);
-            if (!name.empty() && name != ".") names.push_back({name, std::nullopt});
-            at = end + 1;
-        }
+        const std::vector<PathName> names = plugin::split_target(target);
         if (target[0] != '/') {
             push_names(names);
             return FS_E_SUCCESS;

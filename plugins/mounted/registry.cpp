@@ -1,4 +1,4 @@
-// Loads the list of volumes and looks volumes up.
+// Loads the list of volumes, and takes up or ends what they have lent.
 #include "plugins/mounted/registry.hpp"
 
 #include <chrono>
@@ -16,12 +16,12 @@ std::shared_ptr<const Registry> Registry::load()
     auto registry = std::make_shared<Registry>();
     const plugin::LineKind kind{"mounted", /*has_source=*/false};
     for (const VolumeLine& line : plugin::read_volumes_file(plugin::volumes_file_path(), kind)) {
-        registry->add(line);
+        registry->add_line(line);
     }
     return registry;
 }
 
-void Registry::add(const VolumeLine& line)
+void Registry::add_line(const VolumeLine& line)
 {
     std::string wrong;
     auto volume = open_volume(line, wrong);
@@ -40,35 +40,13 @@ void Registry::add(const VolumeLine& line)
     }
     log_line(line.mount_point() + " is served from " + disks +
              (line.writable ? ", read and write" : ", read-only"));
-    volumes_.push_back(std::move(volume));
-}
-
-const Volume* Registry::find(std::span<const PathName> names,
-                             std::span<const PathName>& below) const
-{
-    const Volume* found = nullptr;
-    std::size_t found_names = 0;
-    for (const auto& volume : volumes_) {
-        const auto matched = plugin::match_mount_point(names, volume->line.mount_names);
-        if (!matched || *matched <= found_names) continue;
-        found = volume.get();
-        found_names = *matched;
-    }
-    below = names.subspan(found_names);
-    return found;
-}
-
-const Volume* Registry::find(const Uuid& uuid) const
-{
-    for (const auto& volume : volumes_) {
-        if (volume->uuid() == uuid) return volume.get();
-    }
-    return nullptr;
+    const Uuid uuid = volume->uuid();
+    add(uuid, std::move(volume));
 }
 
 void Registry::settle_all() const
 {
-    for (const auto& volume : volumes_) volume->files.settle_all();
+    for_each([](const Volume& volume) { volume.files.settle_all(); });
 }
 
 void Registry::adopt_all(const std::shared_ptr<const Registry>& registry,

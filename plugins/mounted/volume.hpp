@@ -52,7 +52,7 @@ struct Volume {
 };
 
 // Examines what one line of the list names. On failure returns null and says in `wrong` why.
-std::shared_ptr<Volume> open_volume(const VolumeLine& line, std::string& wrong);
+std::unique_ptr<Volume> open_volume(const VolumeLine& line, std::string& wrong);
 
 // Each of the following returns a result code of fs_result.h.
 

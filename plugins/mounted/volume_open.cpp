@@ -139,12 +139,13 @@ std::uint32_t Volume::open_root(Descriptor& root) const
     return FS_E_MISC_ERROR;
 }
 
-std::shared_ptr<Volume> open_volume(const VolumeLine& line, std::string& wrong)
+std::unique_ptr<Volume> open_volume(const VolumeLine& line, std::string& wrong)
 {
-    auto volume = std::make_shared<Volume>();
+    auto volume = std::make_unique<Volume>();
     volume->line = line;
     wrong = open_parts(*volume);
-    return wrong.empty() ? volume : nullptr;
+    if (!wrong.empty()) volume.reset();
+    return volume;
 }
 
 std::uint32_t describe_volume(const Volume& volume, void* record, std::uint32_t& room_bytes)
