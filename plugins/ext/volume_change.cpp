@@ -22,8 +22,13 @@ VolumeChange::~VolumeChange()
     ext2_filsys fs = volume_.fs.get();
     ext2fs_set_block_alloc_stats_callback(fs, nullptr, nullptr);
     fs->priv_data = nullptr;
-    if (stage_ == Stage::Open) roll_back();
     StagedIo::of(fs).end_hold();
+    // What libext2fs keeps of inodes must be what the disk says, now that nothing more is written.
+    if (stage_ == Stage::Committing) {
+        (void)ext2fs_flush_icache(fs);
+    } else {
+        roll_back();
+    }
     if (stage_ == Stage::Open) return;
     volume_.is_broken = true;
     volume_.report(
@@ -100,7 +105,7 @@ StagedIo::Use VolumeChange::use_of(blk64_t block) const
 
 bool VolumeChange::commit(Order order)
 {
-    stage_ = Stage::Writing;
+    stage_ = Stage::Preparing;
     const errcode_t error = write_all(order);
     if (error != 0) {
         volume_.report("cannot write: " + error_text(error));
@@ -131,6 +136,7 @@ errcode_t VolumeChange::write_kept(Order order)
     errcode_t error = io.release([this](blk64_t block) { return is_new(volume_.fs.get(), block); });
     if (error == 0) error = io_channel_flush(fs->io);
     if (error == 0) {
+        stage_ = Stage::Committing;
         error = io.release([this, order](blk64_t block) {
             const bool is_inode = volume_.zones.touches(block, 1);
             return is_inode == (order == Order::InodeFirst);

@@ -53,7 +53,8 @@ private:
     void roll_back();
 
     Volume& volume_;
-    enum class Stage { Closed, Open, Writing } stage_ = Stage::Closed;
+    // Preparing: the mark and new nodes are written, and all that counts is still the old state.
+    enum class Stage { Closed, Open, Preparing, Committing } stage_ = Stage::Closed;
     BlockBitmap taken_;
     std::vector<BlockRange> freed_;
 };

@@ -369,8 +369,21 @@ INSTANTIATE_TEST_SUITE_P(
         History{"Ext3Of1KHeld", "-t ext3 -b 1024 -N 64", 6144, 400, false, held_file(1024)}),
     [](const auto& row) { return row.param.name; });
 
+// What the plug-in still serves of a volume that a failed change has marked: the file as it was or
+// as it was to become, read where its map says.
+void expect_readable(const ExtImage& image, const Cookies& file, const std::string& old_content,
+                     std::size_t new_bytes)
+{
+    const Map map = plugin().map(file);
+    ASSERT_EQ(map.result, FS_E_SUCCESS) << take_log();
+    const auto bytes = static_cast<std::size_t>(map.info.fileSize);
+    EXPECT_TRUE(bytes == old_content.size() || bytes == new_bytes) << bytes;
+    EXPECT_EQ(image.read_through(map).substr(0, bytes), old_content.substr(0, bytes));
+    EXPECT_EQ(plugin().unlock(file), FS_E_SUCCESS);
+}
+
 // A disk that takes no more writes: either nothing has changed and the volume is served on, or it
-// is what preening repairs.
+// is what preening repairs, and can be read.
 TEST(ExtWriteErrors, LeaveTheOldStateOrWhatPreeningRepairs)
 {
     constexpr std::int64_t kBlock_bytes = 1024;
@@ -393,6 +406,7 @@ TEST(ExtWriteErrors, LeaveTheOldStateOrWhatPreeningRepairs)
         ASSERT_EQ(result, FS_E_MISC_ERROR);
         const bool is_broken = take_log().find("nothing more is changed") != std::string::npos;
         ++(is_broken ? broken : refused);
+        if (is_broken) expect_readable(image, file, content, 350 * kBlock_bytes);
         const auto again = plugin().set_sizes(file, 300 * kBlock_bytes, 600 * kBlock_bytes);
         EXPECT_EQ(again, is_broken ? FS_E_MISC_ERROR : FS_E_SUCCESS);
         if (is_broken) {
