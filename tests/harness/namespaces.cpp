@@ -109,6 +109,15 @@ void make_devices()
     stdfs::create_symlink("/proc/self/fd/2", "/dev/stderr");
 }
 
+// The machine's devices; shared memory is still this machine's own.
+void mirror_devices()
+{
+    mirror(std::string(kOldRoot) + "/dev", "/dev");
+    if (!stdfs::is_directory("/dev/shm")) return;
+    must(::mount("corvane_world", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777"),
+         "cannot mount shared memory");
+}
+
 // A fresh /proc shows this namespace's processes alone; where the machine hides parts of its own,
 // the kernel refuses a fresh one, and the machine's stays.
 void make_proc()
@@ -160,7 +169,7 @@ void build_root(const RootOptions& options)
     stdfs::create_directory("/tmp");
     ::chmod("/tmp", 01777);
     make_etc();
-    options.real_devices ? mirror(old / "dev", "/dev") : make_devices();
+    options.real_devices ? mirror_devices() : make_devices();
     make_proc();
     for (const auto& path : options.keep_paths) {
         if (!has_parent(path, {"/tmp/", "/usr/Corvane/", "/dev/"})) continue;
