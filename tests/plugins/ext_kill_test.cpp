@@ -11,6 +11,7 @@
 
 #include "tests/plugins/ext_image.hpp"
 #include "tests/plugins/host_log.hpp"
+#include "tests/plugins/random_seed.hpp"
 
 namespace corvane::test {
 namespace {
@@ -19,16 +20,6 @@ const Plugin& plugin()
 {
     static const Plugin loaded(CORVANE_PLUGIN_FILE);
     return loaded;
-}
-
-// The moments of the kills differ from run to run all the same.
-unsigned seed()
-{
-    const char* const given = std::getenv("CORVANE_TEST_SEED");
-    static const unsigned chosen = given != nullptr
-                                       ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
-                                       : std::random_device{}();
-    return chosen;
 }
 
 [[noreturn]] void change_sizes_until_killed(const Scratch& scratch, const std::string& lines,
@@ -75,6 +66,7 @@ TEST_P(ExtKill, VolumeIsCleanOrSaysThatItIsNot)
     image.put("g", "");
     image.put("untouched", untouched);
     const std::string lines = "/mnt/v ext " + image.path() + " rw\n";
+    // The moments of the kills differ from run to run all the same.
     std::cout << "CORVANE_TEST_SEED=" << seed() << "\n";
     std::mt19937 random(seed());
     int marked = 0;

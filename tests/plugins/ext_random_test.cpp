@@ -11,6 +11,7 @@
 
 #include "tests/plugins/ext_image.hpp"
 #include "tests/plugins/host_log.hpp"
+#include "tests/plugins/random_seed.hpp"
 
 namespace corvane::test {
 namespace {
@@ -23,15 +24,6 @@ const Plugin& plugin()
 {
     static const Plugin loaded(CORVANE_PLUGIN_FILE);
     return loaded;
-}
-
-unsigned seed()
-{
-    const char* const given = std::getenv("CORVANE_TEST_SEED");
-    static const unsigned chosen = given != nullptr
-                                       ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
-                                       : std::random_device{}();
-    return chosen;
 }
 
 // What one file must hold, and what its one client knows of it.

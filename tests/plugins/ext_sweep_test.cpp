@@ -12,6 +12,7 @@
 
 #include "tests/plugins/ext_image.hpp"
 #include "tests/plugins/host_log.hpp"
+#include "tests/plugins/random_seed.hpp"
 #include "tests/plugins/write_recorder.hpp"
 
 namespace corvane::test {
@@ -21,15 +22,6 @@ const Plugin& plugin()
 {
     static const Plugin loaded(CORVANE_PLUGIN_FILE);
     return loaded;
-}
-
-unsigned seed()
-{
-    const char* const given = std::getenv("CORVANE_TEST_SEED");
-    static const unsigned chosen = given != nullptr
-                                       ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
-                                       : std::random_device{}();
-    return chosen;
 }
 
 // Fill: another file takes every block that is left.
