@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -37,6 +38,12 @@ bool parse_loopback(const std::string& text, std::uint32_t& address)
 
 nlohmann::json figures(const Report& report)
 {
+    auto windows = nlohmann::json::array();
+    std::uint64_t worst_ns = 0;
+    for (const auto& [requests, p999_ns] : report.windows) {
+        windows.push_back({{"requests", requests}, {"p999_ns", p999_ns}});
+        worst_ns = std::max(worst_ns, p999_ns);
+    }
     return {{"requests", report.requests},
             {"failures", report.failures},
             {"resent", report.resent},
@@ -45,7 +52,8 @@ nlohmann::json figures(const Report& report)
             {"p50_ns", report.latency.quantile(0.5)},
             {"p99_ns", report.latency.quantile(0.99)},
             {"p999_ns", report.latency.quantile(0.999)},
-            {"worst_window_p999_ns", report.worst_window_p999_ns},
+            {"windows", windows},
+            {"worst_window_p999_ns", worst_ns},
             {"reply_bytes", report.reply_bytes}};
 }
 

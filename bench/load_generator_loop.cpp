@@ -179,8 +179,7 @@ private:
     {
         constexpr std::uint64_t kEnough = 1000;  // below, a thousandth is nothing
         if (in_window_.count() >= kEnough) {
-            report_.worst_window_p999_ns =
-                std::max(report_.worst_window_p999_ns, in_window_.quantile(0.999));
+            report_.windows.push_back({in_window_.count(), in_window_.quantile(0.999)});
         }
         in_window_.clear();
         window_end_ = now + window_;

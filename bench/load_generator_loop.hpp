@@ -55,13 +55,18 @@ private:
     std::uint64_t count_ = 0;
 };
 
+struct Window {
+    std::uint64_t requests = 0;
+    std::uint64_t p999_ns = 0;
+};
+
 struct Report {
     std::uint64_t requests = 0;
     std::uint64_t failures = 0;  // replies that are not what they should be
     std::uint64_t resent = 0;    // sent again after a second of silence
     double seconds = 0;
     Histogram latency;
-    std::uint64_t worst_window_p999_ns = 0;
+    std::vector<Window> windows;                    // in the order of time
     std::array<std::size_t, kKinds> reply_bytes{};  // the last seen of each kind
 };
 
