@@ -12,6 +12,7 @@
 #include "fsmdc/fs_result.h"
 #include "fsmdc/lease_expiry.hpp"
 #include "fsmdc/lease_index.hpp"
+#include "fsmdc/lease_state.hpp"
 #include "fsmdc/plugin_calls.hpp"
 #include "mdcmain/log.hpp"
 #include "osl/bytes.hpp"
@@ -26,23 +27,22 @@ std::uint32_t globalKey = 0;
 namespace corvane {
 namespace {
 
-// How much a purge does under one hold of the lock, and how much a request does for the others.
-constexpr std::size_t kLooksPerHold = 1024;
-constexpr std::size_t kDropsPerHold = 128;
-constexpr int kHoldsPerRequest = 8;
-constexpr std::size_t kShortListLeases = 32;
-constexpr std::uint32_t kPurgePeriodMs = 5000;
-constexpr std::uint32_t kPauseMs = 1;  // between two holds, so that requests come in between
-
-// Guarded by leaseListLock, like the list.
-struct State {
-    LeaseIndex index;
-    LeaseExpiry expiry;
-    BusyFiles busy;
-    LeaseWalk* walks = nullptr;
-    bool adding = false;  // AddLeaseToList is inside
+// How much a purge does under one hold of the lock. When a long list runs out at once every request
+// would wait for such holds, so the thread makes them shorter, and a request drops a little more
+// than it adds: enough that the list cannot outgrow the thread.
+struct Share {
+    std::size_t looks;
+    std::size_t drops;
 };
-constinit State g_state;
+constexpr Share kFullShare{.looks = 1024, .drops = 128};
+constexpr Share kThreadsShare{.looks = 256, .drops = 32};
+constexpr Share kRequestsShare{.looks = 16, .drops = 2};
+constexpr int kHoldsPerRequest = 8;
+constexpr int kHoldsPerPause = 4;
+constexpr std::size_t kShortListLeases = 32;
+constexpr std::size_t kLongListLeases = 8192;
+constexpr std::uint32_t kPurgePeriodMs = 5000;
+constexpr std::uint32_t kPauseMs = 1;  // after some holds, so that requests come in between
 
 // The list can be used before the service starts.
 [[maybe_unused]] const bool g_ready = (reset_leases(), true);
@@ -56,43 +56,21 @@ void link_newest(LeaseRecord& record) noexcept
     head.next = &record;
 }
 
-// Takes the lease out of the list, the indexes and the walks. The caller frees it.
-void unlink(Lease& lease) noexcept
-{
-    LeaseRecord& record = lease.record;
-    for (LeaseWalk* walk = g_state.walks; walk != nullptr; walk = walk->other) {
-        if (walk->at == &record) walk->at = record.next;
-    }
-    record.next->prev = record.prev;
-    record.prev->next = record.next;
-    g_state.index.remove(lease);
-    g_state.expiry.forget(lease);
-}
-
 void renew(Lease& lease, std::uint32_t duration_ms) noexcept
 {
     lease.record.creationTime = OSL_GetClock();
     lease.record.duration = duration_ms;
-    g_state.expiry.file(lease, lease.record.creationTime);
-}
-
-// The last lease of a file is gone.
-void unlock_file(const FsLibrary* library, const LeaseRecord& record) noexcept
-{
-    count_event(COUNTERS_EVENT_FILE_UNLOCKED);
-    if (library == nullptr || library->FS_UnlockMap == nullptr) return;
-    (void)library->FS_UnlockMap(record.volumeCookie, record.fileCookie);  // has no result
-    count_plugin_call(slot_of(library), COUNTERS_CALL_UNLOCK_MAP, /*refused=*/false);
+    g_leases.expiry.file(lease, lease.record.creationTime);
 }
 
 // Whoever walks the list may change a record without our knowing. A short list is looked through
 // for that at every purge; a longer one only by PurgeLeaseList.
 void refile_changed(std::uint32_t now) noexcept
 {
-    if (g_state.index.count() > kShortListLeases) return;
+    if (g_leases.index.count() > kShortListLeases) return;
     for (LeaseRecord* record = leaseListHeadGlb.next; record != &leaseListHeadGlb;
          record = record->next) {
-        if (has_expired(*record, now)) g_state.expiry.file(lease_of(*record), now);
+        if (has_expired(*record, now)) g_leases.expiry.file(lease_of(*record), now);
     }
 }
 
@@ -128,55 +106,44 @@ void free_all(std::span<Lease*> leases) noexcept
     for (Lease* lease : leases) OSL_Free(lease);
 }
 
-// One hold of the lock: drops what has run out by the wheel. Returns true when there is more to
-// look at.
-[[nodiscard]] bool purge_due_once() noexcept
+[[nodiscard]] bool list_is_long() noexcept
 {
-    std::array<Lease*, kDropsPerHold> expired;
+    return g_leases.index.count() > kLongListLeases;
+}
+
+// One hold of the lock: drops what has run out by the wheel, of a long list no more than `share`.
+// Returns true when there is more to look at.
+[[nodiscard]] bool purge_due_once(const Share& share) noexcept
+{
+    std::array<Lease*, kFullShare.drops> room;
     std::span<Lease*> dropped;
     bool more = false;
     {
         const LockGuard guard(leaseListLock);
         const std::uint32_t now = OSL_GetClock();
         refile_changed(now);
-        if (!g_state.expiry.wants_purge(now)) return false;
-        dropped =
-            std::span(expired).first(g_state.expiry.take_expired(now, kLooksPerHold, expired));
+        if (!g_leases.expiry.wants_purge(now)) return false;
+        const auto& [looks, drops] = list_is_long() ? share : kFullShare;
+        const auto expired = std::span<Lease*>(room).first(drops);
+        dropped = expired.first(g_leases.expiry.take_expired(now, looks, expired));
         drop_in_list_order(dropped, now);
-        more = g_state.expiry.has_backlog();
+        more = g_leases.expiry.has_backlog();
     }
     free_all(dropped);
     return more;
 }
 
-// Enters a walk that begins at the newest lease. The lock is held.
-void begin(LeaseWalk& walk) noexcept
-{
-    walk.at = leaseListHeadGlb.next;
-    walk.other = g_state.walks;
-    g_state.walks = &walk;
-}
-
-// Takes a walk out, wherever it stands. The lock is held.
-void end(LeaseWalk& walk) noexcept
-{
-    LeaseWalk** link = &g_state.walks;
-    while (*link != &walk) link = &(*link)->other;
-    *link = walk.other;
-    walk.at = nullptr;
-}
-
 // One hold of the lock: looks at the next records of a walk. Returns false at the list's end.
 [[nodiscard]] bool purge_walk_once(LeaseWalk& walk) noexcept
 {
-    std::array<Lease*, kDropsPerHold> dropped;
+    std::array<Lease*, kFullShare.drops> dropped;
     std::size_t count = 0;
     bool more = false;
     {
         const LockGuard guard(leaseListLock);
-        if (walk.at == nullptr) begin(walk);
+        if (walk.at == nullptr) begin_walk(walk);
         const std::uint32_t now = OSL_GetClock();
-        for (std::size_t looks = kLooksPerHold; looks > 0 && count < dropped.size(); --looks) {
+        for (std::size_t looks = kFullShare.looks; looks > 0 && count < dropped.size(); --looks) {
             if (walk.at == &leaseListHeadGlb) break;
             LeaseRecord& record = *walk.at;
             walk.at = record.next;
@@ -185,32 +152,10 @@ void end(LeaseWalk& walk) noexcept
             drop(lease_of(record), now);
         }
         more = walk.at != &leaseListHeadGlb;
-        if (!more) end(walk);
+        if (!more) end_walk(walk);
     }
     free_all(std::span(dropped).first(count));
     return more;
-}
-
-[[nodiscard]] std::int64_t time_of_day_s() noexcept
-{
-    timeval now{};
-    (void)gettimeofday(&now, nullptr);  // cannot fail for this clock
-    return now.tv_sec;
-}
-
-// The lock is held.
-[[nodiscard]] LeaseView view_of(const Lease& lease, std::int64_t now_s, std::uint32_t now) noexcept
-{
-    LeaseView view{};
-    view.record = lease.record;
-    view.record.next = view.record.prev = nullptr;
-    // Stored modulo 2^32: the distance from now is what counts, in either direction.
-    view.granted_s =
-        now_s - static_cast<std::int32_t>(static_cast<std::uint32_t>(now_s) - lease.granted_s);
-    view.renewed_s = now_s - static_cast<std::int64_t>(age_ms(lease.record, now) / 1000);
-    view.until_s = view.renewed_s + static_cast<std::int64_t>(lease.record.duration / 1000);
-    view.requests = lease.requests();
-    return view;
 }
 
 [[nodiscard]] osl_ptr<Lease> make_lease(const void* volume_cookie, const void* file_cookie,
@@ -232,7 +177,7 @@ void end(LeaseWalk& walk) noexcept
 [[nodiscard]] Lease* find_duplicate(const void* file_cookie, const void* message_cookie,
                                     const void* comm_cookie) noexcept
 {
-    Lease* const lease = g_state.index.by_origin(file_cookie, message_cookie, comm_cookie);
+    Lease* const lease = g_leases.index.by_origin(file_cookie, message_cookie, comm_cookie);
     if (lease != nullptr && trace_wanted()) {
         corvane_trace("MoreCookiesInList2\n");
         DumpKey(&lease->record);
@@ -240,13 +185,13 @@ void end(LeaseWalk& walk) noexcept
     return lease;
 }
 
-// Enters the new lease, or renews the one that the same request made before. Returns true when
-// leases may have run out. The lock is held.
-[[nodiscard]] bool enter(osl_ptr<Lease>& fresh, std::int32_t intention, std::uint32_t duration_ms,
-                         std::uint32_t* key) noexcept
+// Enters the new lease, or renews the one that the same request made before. Returns how many holds
+// of a purge the request owes the others. The lock is held.
+[[nodiscard]] int enter(osl_ptr<Lease>& fresh, std::int32_t intention, std::uint32_t duration_ms,
+                        std::uint32_t* key) noexcept
 {
-    if (g_state.adding) CORVANE_TRACE("Semaphore breakdown in AddLeaseToList\n");
-    g_state.adding = true;
+    if (g_leases.adding) CORVANE_TRACE("Semaphore breakdown in AddLeaseToList\n");
+    g_leases.adding = true;
     const LeaseRecord& wanted = fresh->record;
     Lease* lease = find_duplicate(wanted.fileCookie, wanted.messageCookie, wanted.commCookie);
     const bool is_new = lease == nullptr;
@@ -255,7 +200,7 @@ void end(LeaseWalk& walk) noexcept
         lease->record.key = globalKey++;
         lease->granted_s = static_cast<std::uint32_t>(time_of_day_s());
         link_newest(lease->record);
-        g_state.index.add(*lease);
+        g_leases.index.add(*lease);
         count_event(COUNTERS_EVENT_LEASE_GRANTED);
         if (!LeaseIndex::has_other_of_file(*lease)) count_event(COUNTERS_EVENT_FILE_LOCKED);
     } else {
@@ -264,18 +209,63 @@ void end(LeaseWalk& walk) noexcept
     }
     LeaseRecord& record = lease->record;
     lease->count_request();
-    g_state.busy.note(record);
+    g_leases.busy.note(record);
     record.intention = intention;
     if (key != nullptr) *key = record.key;
     renew(*lease, duration_ms);
     if (is_new)
         CORVANE_TRACE("FTX2017I Added to lease list  key:%d\n", static_cast<int>(record.key));
-    g_state.adding = false;
+    g_leases.adding = false;
     refile_changed(record.creationTime);
-    return g_state.expiry.wants_purge(record.creationTime);
+    if (!g_leases.expiry.wants_purge(record.creationTime)) return 0;
+    return list_is_long() ? 1 : kHoldsPerRequest;
 }
 
 }  // namespace
+
+constinit LeaseState g_leases;
+
+void unlink(Lease& lease) noexcept
+{
+    LeaseRecord& record = lease.record;
+    for (LeaseWalk* walk = g_leases.walks; walk != nullptr; walk = walk->other) {
+        if (walk->at == &record) walk->at = record.next;
+    }
+    record.next->prev = record.prev;
+    record.prev->next = record.next;
+    g_leases.index.remove(lease);
+    g_leases.expiry.forget(lease);
+}
+
+void unlock_file(const FsLibrary* library, const LeaseRecord& record) noexcept
+{
+    count_event(COUNTERS_EVENT_FILE_UNLOCKED);
+    if (library == nullptr || library->FS_UnlockMap == nullptr) return;
+    (void)library->FS_UnlockMap(record.volumeCookie, record.fileCookie);  // has no result
+    count_plugin_call(slot_of(library), COUNTERS_CALL_UNLOCK_MAP, /*refused=*/false);
+}
+
+void begin_walk(LeaseWalk& walk) noexcept
+{
+    walk.at = leaseListHeadGlb.next;
+    walk.other = g_leases.walks;
+    g_leases.walks = &walk;
+}
+
+void end_walk(LeaseWalk& walk) noexcept
+{
+    LeaseWalk** link = &g_leases.walks;
+    while (*link != &walk) link = &(*link)->other;
+    *link = walk.other;
+    walk.at = nullptr;
+}
+
+std::int64_t time_of_day_s() noexcept
+{
+    timeval now{};
+    (void)gettimeofday(&now, nullptr);  // cannot fail for this clock
+    return now.tv_sec;
+}
 
 void reset_leases() noexcept
 {
@@ -286,75 +276,11 @@ void reset_leases() noexcept
         OSL_Free(record);
     }
     head.next = head.prev = &head;
-    for (LeaseWalk* walk = g_state.walks; walk != nullptr; walk = walk->other) walk->at = &head;
-    g_state.index.clear();
-    g_state.expiry.clear();
-    g_state.busy.clear();
+    for (LeaseWalk* walk = g_leases.walks; walk != nullptr; walk = walk->other) walk->at = &head;
+    g_leases.index.clear();
+    g_leases.expiry.clear();
+    g_leases.busy.clear();
     (void)OSL_QuickLockCreate(&leaseListLock, "leaseListLock", 0xabcd);  // cannot fail for value 1
-}
-
-std::uint32_t peek_lease(std::uint32_t key, LeaseRecord* copy) noexcept
-{
-    const LockGuard guard(leaseListLock);
-    const Lease* const lease = g_state.index.by_key(key);
-    if (lease == nullptr) return FS_E_INVALID_KEY;
-    *copy = lease->record;
-    return FS_E_SUCCESS;
-}
-
-LeaseCursor::~LeaseCursor()
-{
-    const LockGuard guard(leaseListLock);
-    if (walk_.at != nullptr) end(walk_);
-}
-
-void LeaseCursor::start() noexcept
-{
-    const LockGuard guard(leaseListLock);
-    if (walk_.at != nullptr) end(walk_);
-    begin(walk_);
-}
-
-std::size_t LeaseCursor::next(std::span<LeaseView> views) noexcept
-{
-    const LockGuard guard(leaseListLock);
-    if (walk_.at == nullptr) return 0;
-    const std::int64_t now_s = time_of_day_s();
-    const std::uint32_t now = OSL_GetClock();
-    std::size_t count = 0;
-    for (; count < views.size() && walk_.at != &leaseListHeadGlb; walk_.at = walk_.at->next) {
-        views[count++] = view_of(lease_of(*walk_.at), now_s, now);
-    }
-    if (count == 0) end(walk_);
-    return count;
-}
-
-std::optional<LeaseView> release_lease(std::uint32_t key) noexcept
-{
-    osl_ptr<Lease> lease;
-    std::optional<LeaseView> view;
-    const LockGuard guard(leaseListLock);
-    lease.reset(g_state.index.by_key(key));
-    if (lease == nullptr) return view;
-    view = view_of(*lease, time_of_day_s(), OSL_GetClock());
-    const bool has_other = LeaseIndex::has_other_of_file(*lease);
-    unlink(*lease);
-    count_event(COUNTERS_EVENT_LEASE_RELEASED);
-    if (!has_other) unlock_file(lease->record.library, lease->record);
-    return view;
-}
-
-std::size_t busy_files(std::span<BusyFile> files) noexcept
-{
-    const LockGuard guard(leaseListLock);
-    return g_state.busy.copy(files);
-}
-
-std::optional<BusyFile> busy_file(std::uint32_t number) noexcept
-{
-    const LockGuard guard(leaseListLock);
-    const BusyFile* const found = g_state.busy.find(number);
-    return found != nullptr ? std::optional(*found) : std::nullopt;
 }
 
 }  // namespace corvane
@@ -374,20 +300,20 @@ std::int32_t AddLeaseToList(const void* volume_cookie, const void* file_cookie,
         CORVANE_TRACE("Out of memory in AddToLeaseList\n");
         return -1;
     }
-    bool purges = false;
+    int holds = 0;
     {
         const LockGuard guard(leaseListLock);
-        purges = enter(fresh, intention, duration_ms, key);
+        holds = enter(fresh, intention, duration_ms, key);
     }
     // One request does not pay for a million leases that ran out at once: the thread does the rest.
-    for (int hold = 0; purges && hold < kHoldsPerRequest; ++hold) purges = purge_due_once();
+    while (holds-- > 0 && purge_due_once(kRequestsShare)) continue;
     return 0;
 }
 
 std::int32_t ChangeLeaseEntry(std::uint32_t key, std::uint32_t duration_ms) noexcept
 {
     const LockGuard guard(leaseListLock);
-    Lease* const lease = g_state.index.by_key(key);
+    Lease* const lease = g_leases.index.by_key(key);
     if (lease == nullptr) return -1;
     renew(*lease, duration_ms);
     return 0;
@@ -396,19 +322,19 @@ std::int32_t ChangeLeaseEntry(std::uint32_t key, std::uint32_t duration_ms) noex
 std::uint32_t GetLeaseCopy(std::uint32_t key, LeaseRecord* copy) noexcept
 {
     const LockGuard guard(leaseListLock);
-    Lease* const lease = g_state.index.by_key(key);
+    Lease* const lease = g_leases.index.by_key(key);
     if (lease == nullptr) return FS_E_INVALID_KEY;
     lease->count_request();  // this is how a request comes to its lease
-    g_state.busy.note(lease->record);
+    g_leases.busy.note(lease->record);
     *copy = lease->record;
     return FS_E_SUCCESS;
 }
 
 LeaseRecord* GetLeasePointer(std::uint32_t key) noexcept
 {
-    Lease* const lease = g_state.index.by_key(key);
+    Lease* const lease = g_leases.index.by_key(key);
     if (lease == nullptr) return nullptr;
-    g_state.expiry.hand_out(*lease);
+    g_leases.expiry.hand_out(*lease);
     return &lease->record;
 }
 
@@ -428,7 +354,7 @@ std::uint32_t RemoveLeaseFromList(std::uint32_t key, void* volume_cookie, void* 
     osl_ptr<Lease> lease;
     {
         const LockGuard guard(leaseListLock);
-        lease.reset(g_state.index.by_key(key));
+        lease.reset(g_leases.index.by_key(key));
         if (lease == nullptr) return FS_E_MISC_ERROR;
         const LeaseRecord& record = lease->record;
         OSL_MemCopy(volume_cookie, record.volumeCookie, sizeof record.volumeCookie);
@@ -459,14 +385,16 @@ std::int32_t PurgeLeaseList() noexcept
 void* PurgeLeaseThread(void*) noexcept
 {
     for (;;) {
-        while (purge_due_once()) OSL_Sleep(kPauseMs);
+        for (int hold = 1; purge_due_once(kThreadsShare); ++hold) {
+            if (hold % kHoldsPerPause == 0) OSL_Sleep(kPauseMs);
+        }
         OSL_Sleep(kPurgePeriodMs);
     }
 }
 
 std::int32_t MoreCookiesInList(const void* file_cookie) noexcept
 {
-    const Lease* const lease = g_state.index.by_file(file_cookie);
+    const Lease* const lease = g_leases.index.by_file(file_cookie);
     if (lease == nullptr) return 0;
     if (trace_wanted()) {
         corvane_trace("MoreCookiesInList\n");
@@ -481,7 +409,7 @@ std::int32_t MoreCookiesInList2(const void*, const void* file_cookie, const void
     Lease* const lease = find_duplicate(file_cookie, message_cookie, comm_cookie);
     if (lease == nullptr) return 0;
     if (existing != nullptr) {
-        g_state.expiry.hand_out(*lease);
+        g_leases.expiry.hand_out(*lease);
         *existing = &lease->record;
     }
     return 1;

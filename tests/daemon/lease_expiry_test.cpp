@@ -35,6 +35,26 @@ TEST_F(LeaseExpiry, PurgeThreadUnlocksWithoutAnyRequest)
     EXPECT_EQ(asker.ask(codec::close_file(header(), key)).i32(48), 407);
 }
 
+// More leases than count as a long list, all of one file: it is unlocked when the last one is gone.
+TEST_F(LeaseExpiry, PurgeThreadEndsALongList)
+{
+    constexpr int kLeases = 9000;
+    start_with({});
+    codec::InitialMap map = map_of();
+    map.lease = -15000;
+    UdpClient asker = client();
+    const std::uint32_t first = open_key(asker, map);
+    std::uint32_t last = first;
+    for (int i = 1; i < kLeases; ++i) last = open_key(asker, map);
+    EXPECT_EQ(last, first + kLeases - 1);
+    forget_calls();
+
+    EXPECT_TRUE(unlocked(kPurgePatience));
+
+    EXPECT_EQ(asker.ask(codec::close_file(header(), first)).i32(48), 407);
+    EXPECT_EQ(asker.ask(codec::close_file(header(), last)).i32(48), 407);
+}
+
 TEST_F(LeaseExpiry, NewLeasePurgesExpiredOnes)
 {
     start_with({});

@@ -32,6 +32,18 @@ protected:
                   0);
         return key;
     }
+    // Leases of as many files, under keys from 0 on.
+    static void add_files(std::uint32_t count)
+    {
+        globalKey = 0;
+        for (std::uint32_t i = 0; i < count; ++i) {
+            Bytes file(32);
+            put32(file, 0, __builtin_bswap32(i));
+            ASSERT_EQ(AddLeaseToList(cookie(0x10).data(), file.data(), cookie(1, 16).data(),
+                                     cookie(2, 16).data(), 1, 5000, nullptr, nullptr),
+                      0);
+        }
+    }
     static LeaseRecord copy_of(std::uint32_t key)
     {
         LeaseRecord copy{};
@@ -327,19 +339,11 @@ TEST_F(LeaseList, BothPurgesGoNewestFirst)
     }
 }
 
-// One request drops 1024 leases at the most; the purge itself goes on to the end, in the list's
-// order.
+// One request drops 1024 leases at the most; the purge itself goes on to the end, newest first.
 TEST_F(LeaseList, AMassExpiryIsSharedOut)
 {
     constexpr std::uint32_t kLeases = 3000;
-    globalKey = 0;
-    for (std::uint32_t i = 0; i < kLeases; ++i) {
-        Bytes file(32);
-        put32(file, 0, __builtin_bswap32(i));
-        ASSERT_EQ(AddLeaseToList(cookie(0x10).data(), file.data(), cookie(1, 16).data(),
-                                 cookie(2, 16).data(), 1, 5000, nullptr, nullptr),
-                  0);
-    }
+    add_files(kLeases);
     g_clock_s = 2000;
 
     add({});
@@ -356,6 +360,24 @@ TEST_F(LeaseList, AMassExpiryIsSharedOut)
         ASSERT_LT(key, last);
         last = key;
     }
+}
+
+// While the list is long a request drops two leases for the one that it adds.
+TEST_F(LeaseList, ARequestDropsLittleOfALongList)
+{
+    constexpr std::uint32_t kLeases = 8200;
+    add_files(kLeases);
+    g_clock_s = 2000;
+
+    for (std::uint32_t i = 1; i <= 9; ++i) {
+        add({.file = static_cast<unsigned char>(i)});
+        EXPECT_EQ(keys().size(), kLeases - i);
+    }
+    add({.file = 10});  // 8192 with this one: not long any more
+    EXPECT_EQ(keys().size(), kLeases - 9 + 1 - 1024);
+
+    EXPECT_EQ(PurgeLeaseList(), 0);
+    EXPECT_EQ(keys().size(), 10u);
 }
 
 TEST_F(LeaseList, APurgedLeaseWithoutALibraryUnlocksNothing)
@@ -458,7 +480,6 @@ TEST_F(LeaseList, AnEmptyListSaysSo)
     collect_traces();
 
     FSMDCSP_DumpKeyList();
-
     EXPECT_THAT(g_traces, ElementsAre("FTX2014I Key list is empty\n"));
 }
 
