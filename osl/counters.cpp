@@ -34,6 +34,7 @@ constexpr std::array<std::uint32_t, 27> kResults = {0,   1,   2,   3,   4,   5, 
 constexpr std::uint32_t kOtherResult = COUNTERS_RESULTS - 1;
 static_assert(kResults.size() <= kOtherResult);
 
+constexpr std::size_t kBlockWords = sizeof(CountersBlock) / sizeof(std::uint64_t);
 constexpr unsigned kFirstOctave = 9;  // the first bucket ends at 2^9 ns
 
 // Until a page is published, and in programs that are no daemon, counts go here.
@@ -60,6 +61,18 @@ struct PageName {
     }
     char text[32];
 };
+
+// What was counted while the page was being made, into the block that is for everybody.
+void take_over_private_counts(CountersPage& page) noexcept
+{
+    CountersBlock early;
+    counters_sum(&g_private_page, &early);
+    auto* const from = reinterpret_cast<std::uint64_t*>(&early);
+    auto* const to = reinterpret_cast<std::uint64_t*>(&page.blocks[COUNTERS_BLOCKS - 1]);
+    for (std::size_t i = 0; i < kBlockWords; ++i) {
+        std::atomic_ref<std::uint64_t>(to[i]).fetch_add(from[i], std::memory_order_relaxed);
+    }
+}
 
 bool is_ours(const CountersPage& page) noexcept
 {
@@ -165,7 +178,9 @@ int32_t counters_publish(uint32_t port) noexcept
                 sizeof page->plugin_names);
     corvane::fill_header(*page, port);
     // Listener threads may be counting already: what was written above is theirs with the pointer.
-    std::atomic_ref<CountersPage*>(corvane::g_page).store(page, std::memory_order_release);
+    const CountersPage* const before =
+        std::atomic_ref<CountersPage*>(corvane::g_page).exchange(page, std::memory_order_acq_rel);
+    if (before == &corvane::g_private_page) corvane::take_over_private_counts(*page);
     return 0;
 }
 
@@ -196,11 +211,11 @@ void counters_unmap(const CountersPage* page) noexcept
 
 void counters_sum(const CountersPage* page, CountersBlock* sum) noexcept
 {
-    constexpr size_t kWords = sizeof(CountersBlock) / sizeof(uint64_t);
     *sum = {};
     auto* const total = reinterpret_cast<uint64_t*>(sum);
     for (const CountersBlock& block : page->blocks) {
         const auto* const words = reinterpret_cast<const uint64_t*>(&block);
-        for (size_t i = 0; i < kWords; ++i) total[i] += corvane::load_shared(words[i]);
+        for (size_t i = 0; i < corvane::kBlockWords; ++i)
+            total[i] += corvane::load_shared(words[i]);
     }
 }

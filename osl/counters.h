@@ -95,8 +95,8 @@ CORVANE_API uint32_t counters_latency_bucket(uint64_t nanoseconds) CORVANE_NOEXC
 CORVANE_API uint64_t counters_latency_bound(uint32_t bucket) CORVANE_NOEXCEPT;
 
 /* Makes the page of the daemon on `port` (an old one of a dead daemon is replaced) and counts in it
- * from now on. Before other threads count. Returns 0, or an error number, and then counts in
- * private memory. */
+ * from now on; what was counted before the first page is taken over. One thread at a time. Returns
+ * 0, or an error number, and then counts on where it did. */
 CORVANE_API int32_t counters_publish(uint32_t port) CORVANE_NOEXCEPT;
 
 /* Maps the page of the daemon on `port` read-only. Returns null with errno: ENOENT when there is

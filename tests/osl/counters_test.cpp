@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <memory>
 #include <thread>
@@ -98,6 +99,31 @@ TEST_F(CountersOfOnePort, ASecondPublishStartsAnew)
     ASSERT_EQ(counters_publish(test_port()), 0);
 
     EXPECT_EQ(sum().events[COUNTERS_EVENT_SEND_ERROR], 0U);
+}
+
+// In a process of its own: only a process's first page takes counts over.
+TEST(CountersDeathTest, TheFirstPageTakesOverWhatWasCountedBefore)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto count_then_publish = [] {
+        corvane::count_event(COUNTERS_EVENT_LEASE_GRANTED, 3);
+        corvane::count_request(5, 407, 1000);
+        if (counters_publish(test_port()) != 0) std::_Exit(1);
+        corvane::count_event(COUNTERS_EVENT_LEASE_GRANTED);
+        const CountersPage* const page = counters_map(test_port());
+        char name[32];
+        (void)std::snprintf(name, sizeof name, COUNTERS_NAME, test_port());
+        (void)shm_unlink(name);
+        if (page == nullptr) std::_Exit(2);
+        const auto total = std::make_unique<CountersBlock>();
+        counters_sum(page, total.get());
+        std::fprintf(stderr, "leases %d, requests %d\n",
+                     static_cast<int>(total->events[COUNTERS_EVENT_LEASE_GRANTED]),
+                     static_cast<int>(total->requests[5][counters_result_slot(407)]));
+        std::_Exit(0);
+    };
+
+    EXPECT_EXIT(count_then_publish(), testing::ExitedWithCode(0), "leases 4, requests 1");
 }
 
 TEST(Counters, AMissingPageSaysSo)
