@@ -1,4 +1,4 @@
-// The registry: names, the search for tables, alias files, objects, the default and its life.
+// The registry: names, the search for tables, alias files and objects.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <langinfo.h>
@@ -10,13 +10,11 @@
 #include <filesystem>
 #include <fstream>
 
-#include "tests/codeset/support.hpp"
-#include "tests/codeset/table_writer.hpp"
+#include "tests/codeset/registry_fixture.hpp"
 
 namespace {
 
 using namespace corvane::test;
-namespace fs = std::filesystem;
 
 // Whether the C library names no code set for the locale; every locale at hand has one.
 bool locale_has_no_code_set = false;
@@ -33,55 +31,13 @@ extern "C" char* nl_langinfo(nl_item item) noexcept
 
 namespace {
 
-constexpr const char* kVariables[] = {"CORKELDIR", "BINDIR", "KEL_CODESET", "LC_ALL", "LANG"};
-
-// A scratch folder that is the working directory, an environment without our variables, and a
-// registry that nobody has initialised.
-class Registry : public testing::Test {
+class Registry : public RegistryTest {
 protected:
-    void SetUp() override
-    {
-        std::string pattern = (fs::temp_directory_path() / "codeset-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-        former_ = fs::current_path();
-        fs::current_path(folder_);
-        for (const char* variable : kVariables) unsetenv(variable);
-        (void)kel_uninit();
-    }
     void TearDown() override
     {
-        (void)kel_uninit();
-        fs::current_path(former_);
-        fs::remove_all(folder_);
-        for (const char* variable : kVariables) unsetenv(variable);
         locale_has_no_code_set = false;
-        (void)setlocale(LC_ALL, "C");
+        RegistryTest::TearDown();
     }
-
-    static void write(const fs::path& path, const std::string& bytes)
-    {
-        if (path.has_parent_path()) fs::create_directories(path.parent_path());
-        std::ofstream(path, std::ios::binary) << bytes;
-    }
-
-    // A table that can be told from others by its value A.
-    static std::string table(unsigned mark)
-    {
-        TableWriter writer(KEL_TYPE_ASCII_SBCS);
-        writer.put16(62, mark);
-        return writer.image;
-    }
-
-    // The mark of the table that a name finds; 0 when it finds none.
-    static unsigned found(const char* name)
-    {
-        const CsPtr cs(kel_cs_new(name));
-        return cs != nullptr ? cs->hdr_value_a : 0;
-    }
-
-    fs::path folder_;
-    fs::path former_;
 };
 
 // ---- names ----
@@ -441,136 +397,6 @@ TEST_F(Registry, BuiltInsAreNeverFreed)
     EXPECT_EQ(os_cs, &os_uc_ch_t);
     EXPECT_EQ(utf8_cs->type, KEL_TYPE_UTF8);
     EXPECT_EQ(os_cs->type, KEL_TYPE_OS);
-}
-
-// ---- the default ----
-
-TEST_F(Registry, InitTakesTheProcessesCodeSet)
-{
-    write("ISO88591", table(5));
-    write("DEFAULT", table(6));
-    setenv("KEL_CODESET", "iso-8859-1", 1);
-
-    EXPECT_EQ(kel_init(), 0U);
-
-    EXPECT_EQ(kel_initialized, 1);
-    EXPECT_EQ(def_cs->hdr_value_a, 5);
-    EXPECT_EQ(os_loc_cs, def_cs);
-    kel_cs_t* const first = def_cs;
-    EXPECT_EQ(kel_init(), 0U);
-    EXPECT_EQ(def_cs, first);
-}
-
-TEST_F(Registry, InitFallsBackToDEFAULTAndThenToPassThrough)
-{
-    setenv("KEL_CODESET", "nosuch", 1);
-    write("DEFAULT", table(6));
-    EXPECT_EQ(kel_init(), 0U);
-    EXPECT_EQ(def_cs->hdr_value_a, 6);
-    EXPECT_EQ(os_loc_cs, def_cs);
-
-    (void)kel_uninit();
-    fs::remove("DEFAULT");
-    EXPECT_EQ(kel_init(), 0U);
-    EXPECT_EQ(def_cs, os_cs);
-    EXPECT_EQ(os_loc_cs, os_cs);
-    EXPECT_EQ(kel_initialized, 1);
-}
-
-TEST_F(Registry, Utf8LocaleNeedsNoFile)
-{
-    setenv("LC_ALL", "C.UTF-8", 1);
-
-    EXPECT_EQ(kel_init(), 0U);
-    EXPECT_EQ(def_cs->type, KEL_TYPE_UTF8);
-}
-
-TEST_F(Registry, TableOfNullIsTheDefaults)
-{
-    setenv("KEL_CODESET", "NAME", 1);
-    write("NAME", table(5));
-    std::uint32_t size = 99;
-
-    void* const image = kel_cs_table(nullptr, &size);
-
-    ASSERT_NE(image, nullptr);
-    EXPECT_EQ(image, def_cs->table);
-    EXPECT_EQ(size, table(5).size());
-    (void)kel_set_def_cs(nullptr);
-    EXPECT_EQ(kel_cs_table(nullptr, &size), nullptr);
-    EXPECT_EQ(size, 0U);
-}
-
-TEST_F(Registry, UninitFreesOnceAndResets)
-{
-    setenv("KEL_CODESET", "NAME", 1);
-    write("NAME", table(5));
-    (void)kel_init();
-
-    EXPECT_EQ(kel_uninit(), 0U);
-
-    EXPECT_EQ(kel_initialized, 0);
-    EXPECT_EQ(def_cs, os_cs);
-    EXPECT_EQ(os_loc_cs, os_cs);
-    EXPECT_EQ(kel_uninit(), 0U);
-}
-
-TEST_F(Registry, UninitFreesADefaultThatIsNotTheLocales)
-{
-    setenv("KEL_CODESET", "NAME", 1);
-    write("NAME", table(5));
-    write("OTHER", table(6));
-    (void)kel_set_def_cs(kel_cs_new("OTHER"));
-    EXPECT_EQ(def_cs->hdr_value_a, 6);
-    EXPECT_EQ(os_loc_cs->hdr_value_a, 5);
-
-    EXPECT_EQ(kel_uninit(), 0U);
-    EXPECT_EQ(def_cs, os_cs);
-    EXPECT_EQ(os_loc_cs, os_cs);
-}
-
-TEST_F(Registry, SettingTheDefaultInitialisesFirst)
-{
-    setenv("KEL_CODESET", "NAME", 1);
-    write("NAME", table(5));
-
-    EXPECT_EQ(kel_set_def_cs(utf8_cs), 0U);
-    EXPECT_EQ(kel_initialized, 1);
-    EXPECT_EQ(kel_get_def_cs(), utf8_cs);
-    EXPECT_EQ(kel_set_def_cs(nullptr), 0U);
-    EXPECT_EQ(kel_get_def_cs(), os_cs);
-    EXPECT_EQ(os_loc_cs->hdr_value_a, 5);
-}
-
-TEST_F(Registry, FreeingTheDefaultLeavesPassThrough)
-{
-    setenv("KEL_CODESET", "NAME", 1);
-    write("NAME", table(5));
-
-    (void)kel_cs_free(kel_get_def_cs());
-
-    EXPECT_EQ(def_cs, os_cs);
-    EXPECT_EQ(os_loc_cs, os_cs);
-}
-
-TEST_F(Registry, NullCodeSetInitialisesLazily)
-{
-    setenv("KEL_CODESET", "UTF-8", 1);
-    std::uint16_t units[4];
-
-    EXPECT_EQ(kel_to_ucs2(nullptr, "\xC3\xA4", 2, units, 4), 1U);
-    EXPECT_EQ(units[0], 0xE4);
-    EXPECT_EQ(kel_initialized, 1);
-    (void)kel_uninit();
-    EXPECT_EQ(kel_cs_table(nullptr, nullptr), nullptr);
-    EXPECT_EQ(kel_initialized, 1);
-    (void)kel_uninit();
-    const char* from = "A";
-    std::uint32_t from_left = 1;
-    std::uint16_t* to = units;
-    std::uint32_t to_left = 4;
-    EXPECT_EQ(kel_to_ucs2_r(nullptr, &from, &from_left, &to, &to_left), KEL_DONE);
-    EXPECT_EQ(kel_initialized, 1);
 }
 
 // ---- the shipped tables ----

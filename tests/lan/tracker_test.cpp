@@ -3,22 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
-#include <utility>
 
 #include "lan/server.h"
-#include "tests/lan/server_fixture.hpp"
 #include "tests/lan/trace_capture.hpp"
+#include "tests/lan/tracking_fixture.hpp"
 
+namespace lan_test {
 namespace {
 
-using lan_test::Bytes;
-using lan_test::bytes_of;
-using lan_test::hex;
-using lan_test::native;
-using lan_test::Reply;
-using lan_test::sender;
-using lan_test::TraceCapture;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::Not;
@@ -26,49 +18,6 @@ using testing::Not;
 constexpr const char* kFound = "Found duplicate message\n";
 constexpr const char* kDropping = "Dropping duplicate message\n";
 constexpr const char* kOthers = "Duplicate message ids from different senders.\n";
-constexpr const char* kPurging = "purging tracker\n";
-
-int g_calls = 0;
-std::function<void()> g_inside;  // runs once, while the handler runs
-
-// Replies with 52 bytes, the last four of which count the calls.
-void* counting_handler(void* request, const DgramReplyAddr*)
-{
-    ++g_calls;
-    if (const auto inside = std::exchange(g_inside, nullptr)) inside();
-    Bytes reply(52);
-    std::memcpy(reply.data(), request, 48);
-    lan_test::put_le32(reply, lan_test::kLength, 52);
-    lan_test::put_le32(reply, 48, static_cast<std::uint32_t>(g_calls));
-    void* const made = OSL_Malloc(reply.size(), 0);
-    std::memcpy(made, reply.data(), reply.size());
-    return made;
-}
-
-void* silent_handler(void*, const DgramReplyAddr*)
-{
-    ++g_calls;
-    return nullptr;
-}
-
-class Tracking : public lan_test::ServerTest {
-protected:
-    void SetUp() override
-    {
-        ServerTest::SetUp();
-        g_calls = 0;
-        g_inside = nullptr;
-        LAN_RegisterMessageHandler(server_, 1, counting_handler);
-        LAN_RegisterMessageHandler(server_, 2, silent_handler);
-    }
-    // Requests with identifiers first, first + 1, ...
-    void complete(int count, int first = 0)
-    {
-        for (int i = 0; i < count; ++i) {
-            process(native({.identifier = static_cast<unsigned char>(first + i)}));
-        }
-    }
-};
 
 TEST_F(Tracking, DuplicateIsAnsweredFromTheStoredReply)
 {
@@ -125,7 +74,7 @@ TEST_F(Tracking, SameIdentifierOfAnotherSenderIsExecuted)
     EXPECT_EQ(g_calls, 4);
     EXPECT_EQ(entries().size(), 4U);
     EXPECT_EQ(numDupsRepliedTo, 0);
-    EXPECT_EQ(lan_test::get_le32(socket.get(), 48), 4U);
+    EXPECT_EQ(get_le32(socket.get(), 48), 4U);
 }
 
 // Only entries older than the match are told of.
@@ -164,7 +113,7 @@ TEST_F(Tracking, EveryByteOfTheIdentifierCounts)
 {
     for (std::size_t i = 0; i < 16; ++i) {
         Bytes message = native({});
-        message[lan_test::kIdentifier + i] ^= 0x80;
+        message[kIdentifier + i] ^= 0x80;
         process(message);
     }
     process(native({}));
@@ -229,135 +178,6 @@ TEST_F(Tracking, EntryHoldsSenderHeaderAndReply)
     EXPECT_EQ(hex(entry.header, 48), hex(native({.identifier = 0x33, .length = 60})));
     EXPECT_EQ(hex(entry.reply, 52), hex(bytes_of(reply)));
     EXPECT_NE(entry.reply, reply.get());
-}
-
-TEST_F(Tracking, HundredAreKeptAndOneMoreLeavesNinetyNine)
-{
-    const TraceCapture trace;
-    complete(100);
-    EXPECT_EQ(complete_entries(), 100U);
-    EXPECT_EQ(trace.count(kPurging), 0U);
-
-    complete(1, 100);
-
-    EXPECT_EQ(complete_entries(), 99U);
-    EXPECT_EQ(server_->completed, 99U);
-    EXPECT_EQ(trace.count(kPurging), 2U);
-    EXPECT_EQ(listed().front(), 2);
-    EXPECT_EQ(listed().back(), 100);
-}
-
-TEST_F(Tracking, PurgeSkipsWhatIsInProcess)
-{
-    MaxTrack = 3;
-    complete(1, 10);
-    process(native({.code = 2, .identifier = 11}));
-    complete(3, 12);
-
-    EXPECT_THAT(listed(), ElementsAre(11, 13, 14));
-    EXPECT_EQ(server_->completed, 2U);
-}
-
-// An entry that completes late is as old as its place in the list, not as its reply.
-TEST_F(Tracking, PurgeGoesByPlaceInTheList)
-{
-    MaxTrack = 4;
-    g_inside = [&] { complete(3, 21); };
-    complete(1, 20);
-    EXPECT_THAT(listed(), ElementsAre(20, 21, 22, 23));
-
-    complete(1, 24);
-
-    EXPECT_THAT(listed(), ElementsAre(22, 23, 24));
-}
-
-TEST_F(Tracking, LimitZeroKeepsNothing)
-{
-    MaxTrack = 0;
-    const TraceCapture trace;
-
-    complete(3);
-
-    EXPECT_TRUE(entries().empty());
-    EXPECT_EQ(server_->completed, 0U);
-    EXPECT_EQ(trace.count(kPurging), 3U);
-}
-
-TEST_F(Tracking, LimitOneKeepsOneOrNone)
-{
-    MaxTrack = 1;
-
-    complete(1, 1);
-    EXPECT_EQ(complete_entries(), 1U);
-    complete(1, 2);
-    EXPECT_EQ(complete_entries(), 0U);
-}
-
-TEST_F(Tracking, NegativeLimitNeverPurges)
-{
-    MaxTrack = -1;
-
-    complete(250);
-
-    EXPECT_EQ(complete_entries(), 250U);
-}
-
-// A smaller limit at run time takes the surplus away at once.
-TEST_F(Tracking, LoweredLimitPurgesDownToIt)
-{
-    complete(50);
-    MaxTrack = 10;
-
-    complete(1, 50);
-
-    EXPECT_EQ(complete_entries(), 9U);
-    EXPECT_EQ(server_->completed, 9U);
-    EXPECT_EQ(listed().front(), 42);
-}
-
-TEST_F(Tracking, PurgedRequestIsExecutedAgain)
-{
-    MaxTrack = 1;
-    complete(2);
-    EXPECT_EQ(g_calls, 2);
-
-    complete(1);
-
-    EXPECT_EQ(g_calls, 3);
-}
-
-TEST_F(Tracking, PurgeNeedsTrackingAndSurplus)
-{
-    complete(5);
-    MaxTrack = 5;
-    PurgeTrackerList(server_);
-    EXPECT_EQ(complete_entries(), 5U);
-
-    TrackMessages = 0;
-    MaxTrack = 0;
-    PurgeTrackerList(server_);
-    EXPECT_EQ(complete_entries(), 5U);
-}
-
-TEST_F(Tracking, RefusedLengthPurgesToo)
-{
-    complete(5);
-    MaxTrack = 2;
-
-    process(native({.length = 47}));
-
-    EXPECT_EQ(complete_entries(), 1U);
-}
-
-TEST_F(Tracking, DroppedDuplicateDoesNotPurge)
-{
-    process(native({.code = 2}));
-    complete(5);
-    MaxTrack = 2;
-
-    process(native({.code = 2}));
-
-    EXPECT_EQ(complete_entries(), 5U);
 }
 
 TEST_F(Tracking, HandleDuplicateReportsAndCopies)
@@ -478,7 +298,7 @@ TEST_F(Tracking, UnsendableReplyLeavesTheRequestUntracked)
         ++g_calls;
         Bytes reply(48);
         std::memcpy(reply.data(), request, 48);
-        lan_test::put_le32(reply, lan_test::kLength, 0xFFFFFFFF);
+        put_le32(reply, kLength, 0xFFFFFFFF);
         void* const made = OSL_Malloc(48, 0);
         std::memcpy(made, reply.data(), 48);
         return made;
@@ -546,3 +366,4 @@ TEST_F(Tracking, ListDumpTracesEveryHeader)
 }
 
 }  // namespace
+}  // namespace lan_test
