@@ -15,5 +15,6 @@ set_target_properties(corvane_memory_plugin PROPERTIES PREFIX ""
 # Everything that run_daemon_bench starts; the private machine comes with the tests.
 if(TARGET corvane_sandbox)
     add_custom_target(daemon_bench DEPENDS
-        corvaned corvane_catalogues corvane_sandbox echo_server load_generator corvane_memory_plugin)
+        corvaned corvanestat corvane_catalogues corvane_sandbox echo_server load_generator
+        corvane_memory_plugin)
 endif()
